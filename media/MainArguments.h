@@ -1,0 +1,32 @@
+// The program's options.
+#pragma once
+
+#include "zel/Arguments.h"
+#include "zel/String.h"
+
+namespace ZELd {
+
+class MainArguments : public Arguments {
+public:
+    MainArguments(Writer& output, Writer& errout);
+
+    // "sonarcat --verbose=... --summary=... --database=... --dry-run=... values[...]"
+    String toString() const override;
+
+    bool verbose() const { return _verbose; }
+    bool summary() const { return _summary; }
+    const String& database() const { return _database; }
+    bool dryrun() const { return _dryrun; }
+
+protected:
+    void onOption(int id, const String& value) override;
+    bool onValidate() override;
+
+private:
+    bool _dryrun = false;
+    bool _summary = false;
+    bool _verbose = false;
+    String _database;
+};
+
+} // namespace ZELd

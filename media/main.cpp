@@ -1,0 +1,95 @@
+// The entry point and the run driver.
+#define ZEL_SOURCE "media/main"
+
+#include <clocale>
+#include <cstdio>
+#include <unistd.h>
+
+#include "media/MainArguments.h"
+#include "media/MediaInfo.h"
+#include "media/TagCounter.h"
+#include "zel/DateTime.h"
+#include "zel/Exception.h"
+#include "zel/Files.h"
+#include "zel/Process.h"
+#include "zel/Utf8.h"
+#include "zel/Writer.h"
+
+namespace ZELd {
+
+// Runs the chosen mode over the first PATH.
+void __main(const MainArguments& args)
+{
+    ZEL_ASSERT(!args.values().isEmpty());
+    String path = args.values()[0];
+    if (args.summary()) {
+        TagCounter counter;
+        if (Files::isDirectory(path)) TagCounter::readDir(path, counter, args);
+        else TagCounter::read(path, counter);
+        args.output() << L"[" << path << L"] " << counter.toString() << endl;
+        return;
+    }
+    throw ZEL_NEW Exception(L"Reading tags is not available in this build; use --summary");
+}
+
+namespace {
+
+// Binds the debug report to a writer for as long as the binding lives.
+class ReportBinding {
+public:
+    explicit ReportBinding(Writer& w) { ZELDebugSetGlobalReport(&w); }
+    ~ReportBinding() { ZELDebugSetGlobalReport(nullptr); }
+    ReportBinding(const ReportBinding&) = delete;
+    ReportBinding& operator=(const ReportBinding&) = delete;
+};
+
+void run(MainArguments& args)
+{
+    Writer& out = args.output();
+    {
+        String separator;
+        separator.assign(L'=', 80);
+        out << L"Start [" << DateTime::getCurrentLocalTime().toString() << L"]" << endl;
+        if (args.verbose()) out << L"      [" << args.toString() << L"]" << endl;
+        out << separator << endl;
+        MediaInfo::initialize();
+        try {
+            __main(args);
+        } catch (Exception* e) {
+            args.errout() << e->toStringAll() << endl;
+            e->destroy();
+        }
+        MediaInfo::cleanup();
+        out << separator << endl;
+        out << L"Finish [" << DateTime::getCurrentLocalTime().toString() << L"]" << endl;
+    }
+    out.flush();
+}
+
+} // namespace
+} // namespace ZELd
+
+int main(int argc, char** argv)
+{
+    using namespace ZELd;
+    std::setlocale(LC_ALL, "");
+    ZELInitializeD();
+    try {
+        FileWriter output(STDOUT_FILENO, nullptr);
+        FileWriter errout(STDERR_FILENO, nullptr);
+        errout.setLineFlush(true);
+        errout.tie(&output);
+        ReportBinding binding(errout);
+        MainArguments args(output, errout);
+        if (args.parse(argc, argv, true)) run(args);
+        output.flush();
+        ZELDebugDumpGlobalMemoryLeak(0, errout);
+    } catch (Exception* e) {
+        // The writers are gone by now: the standard error stream takes the report.
+        std::string text = toUtf8(e->toStringAll().str());
+        std::fprintf(stderr, "Warning!! Final Exception: %s\n", text.c_str());
+        e->destroy();
+    }
+    ZELCleanupD();
+    return 0;
+}

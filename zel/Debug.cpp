@@ -1,0 +1,191 @@
+#include "zel/Debug.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+
+#include "zel/Utf8.h"
+#include "zel/Writer.h"
+
+namespace ZELd {
+
+namespace {
+
+// Every block starts with a header; its last word tells which kind, so that a
+// free can find the start of the block from the address handed out.
+constexpr uint64_t kPlain = 0x5A454C706C61696EULL;   // counted only
+constexpr uint64_t kTracked = 0x5A454C7472616B64ULL; // listed, with source
+constexpr uint64_t kFreed = 0x5A454C6672656564ULL;
+
+struct PlainHeader {
+    uint64_t size;
+    uint64_t tag;
+};
+
+struct TrackedHeader {
+    TrackedHeader* prev;
+    TrackedHeader* next;
+    const char* path;
+    int32_t line;
+    int32_t kind;
+    uint64_t size;
+    uint64_t tag;
+};
+
+static_assert(sizeof(PlainHeader) % alignof(std::max_align_t) == 0);
+static_assert(sizeof(TrackedHeader) % alignof(std::max_align_t) == 0);
+
+std::mutex& listLock()
+{
+    static std::mutex m; // constant-initialised: usable before any other static
+    return m;
+}
+TrackedHeader* gHead = nullptr;
+size_t gOwnBlocks = 0, gOwnBytes = 0;
+std::atomic<size_t> gOtherBlocks{0}, gOtherBytes{0};
+Writer* gReport = nullptr;
+
+void* allocPlain(size_t size)
+{
+    if (size == 0) size = 1;
+    auto* h = static_cast<PlainHeader*>(std::malloc(sizeof(PlainHeader) + size));
+    if (!h) return nullptr;
+    h->size = size;
+    h->tag = kPlain;
+    gOtherBlocks.fetch_add(1, std::memory_order_relaxed);
+    gOtherBytes.fetch_add(size, std::memory_order_relaxed);
+    return h + 1;
+}
+
+void* allocTracked(size_t size, int kind, const char* path, int line)
+{
+    if (size == 0) size = 1;
+    auto* h = static_cast<TrackedHeader*>(std::malloc(sizeof(TrackedHeader) + size));
+    if (!h) return nullptr;
+    h->path = path;
+    h->line = line;
+    h->kind = kind;
+    h->size = size;
+    h->tag = kTracked;
+    h->prev = nullptr;
+    std::lock_guard<std::mutex> lock(listLock());
+    h->next = gHead;
+    if (gHead) gHead->prev = h;
+    gHead = h;
+    ++gOwnBlocks;
+    gOwnBytes += size;
+    return h + 1;
+}
+
+void release(void* block)
+{
+    if (!block) return;
+    uint64_t* tag = static_cast<uint64_t*>(block) - 1;
+    if (*tag == kPlain) {
+        auto* h = static_cast<PlainHeader*>(block) - 1;
+        gOtherBlocks.fetch_sub(1, std::memory_order_relaxed);
+        gOtherBytes.fetch_sub(h->size, std::memory_order_relaxed);
+        h->tag = kFreed;
+        std::free(h);
+    } else if (*tag == kTracked) {
+        auto* h = static_cast<TrackedHeader*>(block) - 1;
+        {
+            std::lock_guard<std::mutex> lock(listLock());
+            if (h->prev) h->prev->next = h->next;
+            else gHead = h->next;
+            if (h->next) h->next->prev = h->prev;
+            --gOwnBlocks;
+            gOwnBytes -= h->size;
+        }
+        h->tag = kFreed;
+        std::free(h);
+    } else {
+        // Not a block of this allocator, or freed twice: say so and leave it.
+        std::fprintf(stderr, "ZELDebugFree: invalid or freed block %p\n", block);
+    }
+}
+
+void* allocOrThrow(size_t size)
+{
+    void* p = allocPlain(size);
+    if (!p) throw std::bad_alloc();
+    return p;
+}
+
+} // namespace
+
+void* ZELDebugMalloc(size_t size, int kind, const char* path, int line)
+{
+    return path ? allocTracked(size, kind, path, line) : allocPlain(size);
+}
+
+void ZELDebugFree(void* block, int, const char*, int) { release(block); }
+
+void ZELDebugSetGlobalReport(Writer* report) { gReport = report; }
+Writer* ZELDebugGlobalReport() { return gReport; }
+
+void ZELDebugReport(const std::wstring& text)
+{
+    if (gReport) {
+        gReport->write(text.data(), text.size());
+        gReport->flush();
+    } else {
+        std::string bytes = toUtf8(text);
+        std::fwrite(bytes.data(), 1, bytes.size(), stderr);
+    }
+}
+
+void ZELDebugAssert(const char* path, int line, const char* expression)
+{
+    std::wstring text;
+    formatAppend(text, L"Assertion failed [%s] at %s(%d)\n", expression, path, line);
+    ZELDebugReport(text);
+}
+
+ZELDebugMemoryStatus ZELDebugMemory()
+{
+    std::lock_guard<std::mutex> lock(listLock());
+    return {gOwnBlocks, gOwnBytes, gOtherBlocks.load(), gOtherBytes.load()};
+}
+
+void ZELDebugDumpGlobalMemoryLeak(int level, Writer& out)
+{
+    // Collect first: writing may allocate.
+    struct Leak {
+        const char* path;
+        int line;
+        size_t size;
+    };
+    constexpr size_t kMaxListed = 100;
+    Leak leaks[kMaxListed];
+    size_t listed = 0;
+    ZELDebugMemoryStatus status;
+    {
+        std::lock_guard<std::mutex> lock(listLock());
+        for (TrackedHeader* h = gHead; h && listed < kMaxListed; h = h->next) leaks[listed++] = {h->path, h->line, h->size};
+        status = {gOwnBlocks, gOwnBytes, gOtherBlocks.load(), gOtherBytes.load()};
+    }
+    if (level == 0)
+        for (size_t i = 0; i < listed; ++i) out.printf(L"Memory leak [%s(%d)] size[%zd]\n", leaks[i].path, leaks[i].line, leaks[i].size);
+    if (status.ownBlocks > listed) out.printf(L"Memory leak: %zd more block(s) not listed\n", status.ownBlocks - listed);
+    out.printf(L"Memory: %zd block(s) of the program still held, %zd block(s) of %zd byte(s) held by code without source\n",
+               status.ownBlocks, status.otherBlocks, status.otherBytes);
+    out.flush();
+}
+
+} // namespace ZELd
+
+// The global allocation functions: everything goes through the debug allocator.
+void* operator new(size_t size) { return ZELd::allocOrThrow(size); }
+void* operator new[](size_t size) { return ZELd::allocOrThrow(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return ZELd::allocPlain(size); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return ZELd::allocPlain(size); }
+void operator delete(void* p) noexcept { ZELd::release(p); }
+void operator delete[](void* p) noexcept { ZELd::release(p); }
+void operator delete(void* p, size_t) noexcept { ZELd::release(p); }
+void operator delete[](void* p, size_t) noexcept { ZELd::release(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { ZELd::release(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { ZELd::release(p); }

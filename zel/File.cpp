@@ -1,0 +1,73 @@
+#define ZEL_SOURCE "zel/File"
+#include "zel/File.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "zel/Exception.h"
+#include "zel/FileName.h"
+
+namespace ZELd {
+
+File::File(const String& path, int /*flags*/, int /*mode*/) : path_(path)
+{
+    std::string native = nativePath(path);
+    // O_NONBLOCK so that opening a FIFO cannot hang; it is refused below.
+    int fd;
+    do {
+        fd = ::open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) throw ZEL_NEW IOException(path, L"Open Failed", errno);
+    struct stat st;
+    if (::fstat(fd, &st) != 0) {
+        int error = errno;
+        ::close(fd);
+        throw ZEL_NEW IOException(path, L"Open Failed", error);
+    }
+    if (!S_ISREG(st.st_mode)) {
+        ::close(fd);
+        throw ZEL_NEW IOException(path, S_ISDIR(st.st_mode) ? L"Open Failed: a directory" : L"Open Failed: not a regular file");
+    }
+    fd_ = fd;
+}
+
+File::~File()
+{
+    if (fd_ >= 0) ::close(fd_);
+}
+
+size_t File::read(void* buffer, size_t n)
+{
+    size_t done = 0;
+    char* p = static_cast<char*>(buffer);
+    while (done < n) {
+        ssize_t got = ::read(fd_, p + done, n - done);
+        if (got < 0) {
+            if (errno == EINTR) continue;
+            throw ZEL_NEW IOException(path_, L"Read Failed", errno);
+        }
+        if (got == 0) break;
+        done += static_cast<size_t>(got);
+    }
+    return done;
+}
+
+long long File::seek(long long offset, int origin)
+{
+    int whence = origin == 2 ? SEEK_END : (origin == 1 ? SEEK_CUR : SEEK_SET);
+    off_t place = ::lseek(fd_, static_cast<off_t>(offset), whence);
+    if (place < 0 && errno == EINVAL && offset < 0) place = ::lseek(fd_, 0, SEEK_SET); // before the start
+    if (place < 0) throw ZEL_NEW IOException(path_, L"Seek Failed", errno);
+    return place;
+}
+
+unsigned long long File::size() const
+{
+    struct stat st;
+    if (::fstat(fd_, &st) != 0) throw ZEL_NEW IOException(path_, L"Size Failed", errno);
+    return static_cast<unsigned long long>(st.st_size);
+}
+
+} // namespace ZELd

@@ -1,0 +1,35 @@
+// A file opened for reading, on an unbuffered POSIX descriptor.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "zel/Object.h"
+#include "zel/String.h"
+
+namespace ZELd {
+
+class File : public Object {
+public:
+    // flags 1: read. Only regular files are opened: anything else (a FIFO,
+    // a socket, a device, a directory) throws IOException instead of blocking.
+    File(const String& path, int flags, int mode);
+    ~File() override;
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    // Reads up to n bytes; returns how many came (fewer only at the end).
+    size_t read(void* buffer, size_t n);
+    // origin 0: from the start, 1: from the current place, 2: from the end.
+    // A place before the start of the file stops at the start.
+    long long seek(long long offset, int origin);
+    unsigned long long size() const;
+    const String& path() const { return path_; }
+    int descriptor() const { return fd_; }
+
+private:
+    String path_;
+    int fd_ = -1;
+};
+
+} // namespace ZELd

@@ -1,0 +1,189 @@
+#include "zel/Format.h"
+
+#include "zel/String.h"
+#include "zel/Utf8.h"
+
+namespace ZELd {
+
+FormatArg::FormatArg(const String& v) : kind(WideText), ws(v.c_str()), len(v.length()) {}
+
+namespace {
+
+struct Spec {
+    bool left = false, zero = false, plus = false, space = false, alt = false;
+    int width = 0;
+    int precision = -1;
+    int narrow = 0; // 8 for hh, 16 for h: the value is cut to that width
+};
+
+void pad(std::wstring& out, size_t n, wchar_t c) { out.append(n, c); }
+
+// Writes body (already converted) with sign/prefix and padding.
+void emit(std::wstring& out, const Spec& spec, std::wstring_view prefix, std::wstring_view body, bool numeric)
+{
+    size_t len = prefix.size() + body.size();
+    size_t fill = spec.width > 0 && static_cast<size_t>(spec.width) > len ? spec.width - len : 0;
+    if (spec.left) {
+        out.append(prefix);
+        out.append(body);
+        pad(out, fill, L' ');
+    } else if (spec.zero && numeric && spec.precision < 0) {
+        out.append(prefix);
+        pad(out, fill, L'0');
+        out.append(body);
+    } else {
+        pad(out, fill, L' ');
+        out.append(prefix);
+        out.append(body);
+    }
+}
+
+void digits(std::wstring& body, unsigned long long v, unsigned base, bool upper)
+{
+    wchar_t tmp[72];
+    size_t n = 0;
+    const wchar_t* set = upper ? L"0123456789ABCDEF" : L"0123456789abcdef";
+    do {
+        tmp[n++] = set[v % base];
+        v /= base;
+    } while (v);
+    while (n) body.push_back(tmp[--n]);
+}
+
+unsigned long long maskTo(unsigned long long v, unsigned bits)
+{
+    return bits >= 64 ? v : (v & ((1ULL << bits) - 1));
+}
+
+void number(std::wstring& out, const Spec& spec, const FormatArg& a, wchar_t conv)
+{
+    std::wstring prefix, body;
+    unsigned bits = a.bits;
+    unsigned long long raw = a.kind == FormatArg::Signed ? static_cast<unsigned long long>(a.i) : a.u;
+    if (spec.narrow) bits = spec.narrow;
+    if (conv == L'd' || conv == L'i') {
+        long long v;
+        if (bits < 64) {
+            // Reinterpret the low bits as a signed number of that width.
+            unsigned long long m = maskTo(raw, bits);
+            unsigned long long sign = 1ULL << (bits - 1);
+            v = (m & sign) ? static_cast<long long>(m) - static_cast<long long>(1ULL << bits) : static_cast<long long>(m);
+        } else {
+            v = static_cast<long long>(raw);
+        }
+        unsigned long long mag = v < 0 ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
+        if (v < 0) prefix = L"-";
+        else if (spec.plus) prefix = L"+";
+        else if (spec.space) prefix = L" ";
+        if (!(spec.precision == 0 && mag == 0)) digits(body, mag, 10, false);
+    } else {
+        unsigned long long v = maskTo(raw, bits);
+        unsigned base = conv == L'o' ? 8 : (conv == L'u' ? 10 : 16);
+        if (!(spec.precision == 0 && v == 0)) digits(body, v, base, conv == L'X');
+        if (spec.alt && v != 0 && base == 16) prefix = conv == L'X' ? L"0X" : L"0x";
+        if (spec.alt && base == 8 && (body.empty() || body[0] != L'0')) body.insert(body.begin(), L'0');
+    }
+    if (spec.precision > 0 && body.size() < static_cast<size_t>(spec.precision))
+        body.insert(body.begin(), spec.precision - body.size(), L'0');
+    emit(out, spec, prefix, body, true);
+}
+
+void text(std::wstring& out, const Spec& spec, const FormatArg& a)
+{
+    if (a.kind == FormatArg::WideText) {
+        size_t n = a.len;
+        if (spec.precision >= 0 && static_cast<size_t>(spec.precision) < n) n = spec.precision;
+        emit(out, spec, L"", std::wstring_view(a.ws, n), false);
+    } else if (a.kind == FormatArg::NarrowText) {
+        std::wstring w = decodeUtf8Escaped(a.s, a.len);
+        if (spec.precision >= 0 && static_cast<size_t>(spec.precision) < w.size()) w.resize(spec.precision);
+        emit(out, spec, L"", w, false);
+    } else {
+        // A number given where text was asked for: show the number.
+        std::wstring body;
+        digits(body, a.kind == FormatArg::Signed ? static_cast<unsigned long long>(a.i) : a.u, 10, false);
+        emit(out, spec, L"", body, false);
+    }
+}
+
+} // namespace
+
+void formatInto(std::wstring& out, const wchar_t* format, const FormatArg* args, size_t count)
+{
+    if (!format) return;
+    size_t next = 0;
+    const wchar_t* p = format;
+    while (*p) {
+        if (*p != L'%') {
+            const wchar_t* q = p;
+            while (*q && *q != L'%') ++q;
+            out.append(p, q - p);
+            p = q;
+            continue;
+        }
+        const wchar_t* start = p++;
+        if (*p == L'%') {
+            out.push_back(L'%');
+            ++p;
+            continue;
+        }
+        Spec spec;
+        for (;; ++p) {
+            if (*p == L'-') spec.left = true;
+            else if (*p == L'0') spec.zero = true;
+            else if (*p == L'+') spec.plus = true;
+            else if (*p == L' ') spec.space = true;
+            else if (*p == L'#') spec.alt = true;
+            else break;
+        }
+        while (*p >= L'0' && *p <= L'9' && spec.width < 100000) spec.width = spec.width * 10 + (*p++ - L'0');
+        if (*p == L'.') {
+            ++p;
+            spec.precision = 0;
+            while (*p >= L'0' && *p <= L'9' && spec.precision < 100000) spec.precision = spec.precision * 10 + (*p++ - L'0');
+        }
+        if (*p == L'h') {
+            spec.narrow = 16;
+            if (*++p == L'h') {
+                spec.narrow = 8;
+                ++p;
+            }
+        } else {
+            while (*p == L'l' || *p == L'z' || *p == L'j' || *p == L't' || *p == L'L' || *p == L'q') ++p;
+        }
+        wchar_t conv = *p;
+        if (!conv) {
+            out.append(start); // a lone % at the end stays as written
+            break;
+        }
+        ++p;
+        if (next >= count) continue; // missing argument: nothing is printed for it
+        const FormatArg& a = args[next++];
+        switch (conv) {
+        case L'd': case L'i': case L'u': case L'x': case L'X': case L'o':
+            if (a.kind == FormatArg::Signed || a.kind == FormatArg::Unsigned || a.kind == FormatArg::Pointer) number(out, spec, a, conv);
+            else text(out, spec, a);
+            break;
+        case L's':
+            text(out, spec, a);
+            break;
+        case L'c': {
+            wchar_t c = a.kind == FormatArg::Signed ? static_cast<wchar_t>(a.i) : static_cast<wchar_t>(a.u);
+            emit(out, spec, L"", std::wstring_view(&c, 1), false);
+            break;
+        }
+        case L'p': {
+            std::wstring body;
+            digits(body, a.u, 16, false);
+            emit(out, spec, L"0x", body, true);
+            break;
+        }
+        default:
+            out.append(start, p - start); // unknown conversion: kept as text
+            --next;
+            break;
+        }
+    }
+}
+
+} // namespace ZELd

@@ -1,0 +1,180 @@
+#include "zel/String.h"
+
+#include <cwctype>
+#include <memory>
+
+#define PCRE2_CODE_UNIT_WIDTH 32
+#include <pcre2.h>
+
+#include "zel/ByteString.h"
+#include "zel/Utf8.h"
+
+static_assert(sizeof(wchar_t) == sizeof(PCRE2_UCHAR32), "wide text must be 32-bit code units");
+
+namespace ZELd {
+
+namespace {
+
+bool isControl(char32_t c) { return (c < 0x20 && c != L'\t' && c != L'\n' && c != L'\r') || (c >= 0x7F && c < 0xA0); }
+
+// A compiled pattern and its match data, released together.
+class Regex {
+public:
+    Regex(const wchar_t* pattern, bool ignoreCase)
+    {
+        int error = 0;
+        PCRE2_SIZE offset = 0;
+        code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern ? pattern : L""), PCRE2_ZERO_TERMINATED,
+                              ignoreCase ? PCRE2_CASELESS : 0, &error, &offset, nullptr);
+        if (code_) data_ = pcre2_match_data_create_from_pattern(code_, nullptr);
+    }
+    ~Regex()
+    {
+        if (data_) pcre2_match_data_free(data_);
+        if (code_) pcre2_code_free(code_);
+    }
+    Regex(const Regex&) = delete;
+    Regex& operator=(const Regex&) = delete;
+
+    // Finds the next match at or after from; returns false when there is none.
+    bool find(const std::wstring& subject, size_t from, size_t& begin, size_t& end) const
+    {
+        if (!code_ || !data_ || from > subject.size()) return false;
+        int rc = pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(subject.data()), subject.size(), from, 0, data_, nullptr);
+        if (rc < 0) return false;
+        PCRE2_SIZE* ov = pcre2_get_ovector_pointer(data_);
+        begin = ov[0];
+        end = ov[1] < ov[0] ? ov[0] : ov[1];
+        return true;
+    }
+
+private:
+    pcre2_code* code_ = nullptr;
+    pcre2_match_data* data_ = nullptr;
+};
+
+} // namespace
+
+String String::tryString(const char* bytes, size_t n, size_t max)
+{
+    std::wstring out;
+    if (!bytes || n == 0 || max == 0) return String();
+    const unsigned char* u = reinterpret_cast<const unsigned char*>(bytes);
+    bool text = true;
+    for (size_t i = 0; i < n && out.size() < max;) {
+        char32_t c;
+        size_t len = decodeUtf8Char(u + i, n - i, c);
+        if (len == 0 || isControl(c)) {
+            text = false;
+            break;
+        }
+        out.push_back(static_cast<wchar_t>(c));
+        i += len;
+    }
+    if (text) return String(std::move(out));
+    out.clear();
+    for (size_t i = 0; i < n && out.size() < max; ++i) {
+        unsigned char b = u[i];
+        out.push_back(isControl(b) ? L'.' : static_cast<wchar_t>(b));
+    }
+    return String(std::move(out));
+}
+
+String String::tryString(const ByteString& bytes, size_t max) { return tryString(bytes.data(), bytes.length(), max); }
+
+int String::compare(const wchar_t* other, size_t count) const
+{
+    const wchar_t* a = s_.c_str();
+    const wchar_t* b = other ? other : L"";
+    for (size_t i = 0; i < count; ++i) {
+        if (a[i] != b[i]) return a[i] < b[i] ? -1 : 1;
+        if (a[i] == L'\0') return 0;
+    }
+    return 0;
+}
+
+int String::compareNoCase(const String& other) const
+{
+    size_t n = s_.size() < other.s_.size() ? s_.size() : other.s_.size();
+    for (size_t i = 0; i < n; ++i) {
+        wint_t a = std::towlower(s_[i]), b = std::towlower(other.s_[i]);
+        if (a != b) return a < b ? -1 : 1;
+    }
+    return s_.size() == other.s_.size() ? 0 : (s_.size() < other.s_.size() ? -1 : 1);
+}
+
+bool String::endsWith(const wchar_t* suffix) const
+{
+    std::wstring_view v(suffix ? suffix : L"");
+    return s_.size() >= v.size() && std::wstring_view(s_).substr(s_.size() - v.size()) == v;
+}
+
+bool String::startsWith(const wchar_t* prefix) const
+{
+    std::wstring_view v(prefix ? prefix : L"");
+    return std::wstring_view(s_).substr(0, v.size()) == v;
+}
+
+String String::toLowerCase() const
+{
+    std::wstring r(s_);
+    for (wchar_t& c : r) c = static_cast<wchar_t>(std::towlower(c));
+    return String(std::move(r));
+}
+
+String String::trim() const
+{
+    size_t b = 0, e = s_.size();
+    while (b < e && static_cast<unsigned>(s_[b]) <= 0x20) ++b;
+    while (e > b && static_cast<unsigned>(s_[e - 1]) <= 0x20) --e;
+    if (b == 0 && e == s_.size()) return *this;
+    return String(s_.substr(b, e - b));
+}
+
+size_t String::indexOf(wchar_t c, size_t from) const
+{
+    size_t p = s_.find(c, from);
+    return p == std::wstring::npos ? npos : p;
+}
+
+size_t String::search(const wchar_t* pattern, bool ignoreCase) const
+{
+    Regex re(pattern, ignoreCase);
+    size_t b, e;
+    return re.find(s_, 0, b, e) ? b : npos;
+}
+
+String String::substring(const wchar_t* pattern, bool ignoreCase) const
+{
+    Regex re(pattern, ignoreCase);
+    size_t b, e;
+    return re.find(s_, 0, b, e) ? String(s_.substr(b, e - b)) : String();
+}
+
+String String::replace_r(const wchar_t* pattern, const wchar_t* replacement, bool ignoreCase, size_t max) const
+{
+    Regex re(pattern, ignoreCase);
+    std::wstring out;
+    size_t pos = 0, done = 0, b, e;
+    bool changed = false;
+    while (done < max && re.find(s_, pos, b, e)) {
+        if (!changed) out.reserve(s_.size());
+        changed = true;
+        out.append(s_, pos, b - pos);
+        out.append(replacement ? replacement : L"");
+        ++done;
+        if (e == b) {
+            // An empty match: keep one character and go on after it.
+            if (b < s_.size()) out.push_back(s_[b]);
+            pos = b + 1;
+            if (pos > s_.size()) break;
+        } else {
+            pos = e;
+        }
+    }
+    if (!changed) return *this;
+    if (pos < s_.size()) out.append(s_, pos, std::wstring::npos);
+    return String(std::move(out));
+}
+
+} // namespace ZELd

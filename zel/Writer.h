@@ -1,0 +1,91 @@
+// Text writers. The console writers encode to UTF-8 whatever the locale;
+// escaped file-name bytes are written as the original bytes.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "zel/Object.h"
+#include "zel/String.h"
+
+namespace ZELd {
+
+class CharsetEncoder {
+public:
+    virtual ~CharsetEncoder() = default;
+    virtual void encode(std::string& out, const wchar_t* s, size_t n) = 0;
+};
+
+class Writer : public Object {
+public:
+    virtual void write(const wchar_t* s, size_t n) = 0;
+    virtual void flush() = 0;
+
+    Writer& operator<<(const wchar_t* s);
+    Writer& operator<<(const String& s)
+    {
+        write(s.c_str(), s.length());
+        return *this;
+    }
+    Writer& operator<<(wchar_t c)
+    {
+        write(&c, 1);
+        return *this;
+    }
+    Writer& operator<<(int v);
+    Writer& operator<<(unsigned v);
+    Writer& operator<<(long v);
+    Writer& operator<<(unsigned long v);
+    Writer& operator<<(long long v);
+    Writer& operator<<(unsigned long long v);
+    Writer& operator<<(Writer& (*manipulator)(Writer&)) { return manipulator(*this); }
+
+    // Formats like String::format; writes no line end of its own.
+    template <class... A>
+    Writer& printf(const wchar_t* format, const A&... args)
+    {
+        scratch_.clear();
+        formatAppend(scratch_, format, args...);
+        write(scratch_.data(), scratch_.size());
+        return *this;
+    }
+
+    // Called by endl after the line end has been written.
+    virtual void endLine() {}
+
+private:
+    std::wstring scratch_;
+};
+
+// Writes "\n".
+Writer& endl(Writer& w);
+
+// A writer on a file descriptor, with a byte buffer.
+class FileWriter : public Writer {
+public:
+    // encoder null: UTF-8.
+    FileWriter(int fd, CharsetEncoder* encoder);
+    ~FileWriter() override;
+
+    void write(const wchar_t* s, size_t n) override;
+    void flush() override;
+    void endLine() override;
+
+    // Each line is written at once (for the error writer).
+    void setLineFlush(bool on) { lineFlush_ = on; }
+    // Flushed before this writer writes anything, so that two writers sharing
+    // a terminal or a file keep their order.
+    void tie(Writer* other) { tied_ = other; }
+
+private:
+    void drain(bool mayThrow);
+
+    int fd_;
+    CharsetEncoder* encoder_;
+    std::string buffer_;
+    bool lineFlush_ = false;
+    bool failed_ = false;
+    Writer* tied_ = nullptr;
+};
+
+} // namespace ZELd
