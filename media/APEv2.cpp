@@ -1,0 +1,139 @@
+#define ZEL_SOURCE "media/APEv2"
+#include "media/APEv2.h"
+
+#include <cstring>
+#include <limits>
+
+#include "zel/ByteString.h"
+#include "zel/Decoders.h"
+#include "zel/Exception.h"
+#include "zel/StringBuilder.h"
+
+namespace ZELd {
+
+namespace {
+constexpr size_t kAll = std::numeric_limits<size_t>::max();
+constexpr long long kBlock = 32;
+} // namespace
+
+size_t APEv2Item::read(const char* begin, const char* end)
+{
+    ZEL_ASSERT(begin + 8 < end);
+    if (end - begin < 8) return static_cast<size_t>(end - begin) + 1; // nothing to read: the walk stops
+    size_ = APEv2::word(begin);
+    flags_ = static_cast<int32_t>(APEv2::word(begin + 4));
+    const int type = (flags_ & 6) >> 1;
+    const char* p = begin + 8;
+    size_t keyLength = 0;
+    if (p < end) {
+        keyLength = ByteString::length(p, static_cast<size_t>(end - p));
+        key_ = AsciiDecoder().decode(p, keyLength);
+        p += keyLength < static_cast<size_t>(end - p) ? keyLength + 1 : keyLength;
+    }
+    const size_t used = keyLength + 9 + size_;
+    if (p > end || size_ > static_cast<size_t>(end - p)) return used; // the value runs past the area
+    const size_t n = ByteString::length(p, size_);
+    if (type == 0) {
+        try {
+            value_ = UTF8Decoder().decode(p, n);
+        } catch (CharsetConvertException* e) {
+            ZEL_TRACE(L"UTF8Decoder::decode failed. retry Latin1Decoder\n");
+            ZEL_TRACE(L"Item size[%d] flags[%x] type[%d] ", size_, flags_, type);
+            ZEL_TRACE(L"%ls key[%ls] [%ls]\n", e->toStringAll(), key_, String::tryString(p, size_, kAll));
+            e->destroy();
+            value_ = Latin1Decoder().decode(p, n);
+        }
+        value_ = value_.trim();
+    } else if (type == 1) {
+        value_ = String::tryString(p, n, kAll);
+    }
+    return used;
+}
+
+String APEv2Item::toString() const
+{
+    StringBuilder b(32);
+    b.format(L"size[%d] flags[%x] key[%ls] value[%ls]", size_, flags_, key_, value_);
+    return b.toString();
+}
+
+APEv2::~APEv2() { release(); }
+
+void APEv2::release()
+{
+    if (block_) ZEL_FREE(block_);
+    block_ = nullptr;
+    items_.clear();
+}
+
+bool APEv2::read(File& file, const char* header, long long position)
+{
+    char tail[160];
+    char start[32];
+    if (!header) {
+        file.seek(-160, 2);
+        if (file.read(tail, sizeof tail) < sizeof tail) return false;
+        if (std::memcmp(tail, "APETAGEX", 8) == 0) {
+            header = tail;
+            position = -160;
+        } else if (std::memcmp(tail + 128, "APETAGEX", 8) == 0) {
+            header = tail + 128;
+            position = -kBlock;
+        } else {
+            file.seek(0, 0);
+            if (file.read(start, sizeof start) < sizeof start) return false;
+            header = start;
+            position = 0;
+        }
+    }
+    if (std::memcmp(header, "APETAGEX", 8) != 0) return false;
+
+    release(); // what an earlier read left
+    preamble_ = AsciiDecoder().decode(header, 8);
+    version_ = word(header + 8);
+    size_ = word(header + 12);
+    count_ = word(header + 16);
+    flags_ = static_cast<int32_t>(word(header + 20));
+
+    // Never trust the size: the bytes it claims must lie in the file.
+    const unsigned long long fileSize = file.size();
+    if (position < 0) {
+        if (static_cast<unsigned long long>(-position) + size_ > fileSize) return false;
+        file.seek(position - static_cast<long long>(size_), 2);
+    } else if (size_ > fileSize) {
+        return false;
+    }
+    block_ = static_cast<char*>(ZEL_MALLOC(size_));
+    if (!block_) return false;
+    const size_t got = file.read(block_, size_);
+    if (got < size_) return false;
+
+    // The items: after the 32 bytes before them when found by the footer;
+    // before the footer when found by the header.
+    const char* begin = block_;
+    const char* end = block_ + size_;
+    if (position < 0) begin = size_ >= kBlock ? block_ + kBlock : end;
+    else end = size_ >= kBlock ? block_ + (size_ - kBlock) : block_;
+
+    while (begin + 8 < end) {
+        APEv2Item* item = ZEL_NEW APEv2Item();
+        size_t used;
+        try {
+            used = item->read(begin, end);
+        } catch (Exception*) {
+            delete item;
+            throw;
+        }
+        items_.add(item);
+        if (used >= static_cast<size_t>(end - begin)) break;
+        begin += used;
+    }
+    return true;
+}
+
+String APEv2::toString() const
+{
+    return String::format(L"%ls version[%d] size[%d] count[%d] flags[%x]", preamble_, version_, size_, count_, flags_);
+}
+
+} // namespace ZELd
