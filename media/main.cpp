@@ -8,6 +8,7 @@
 #include "media/MainArguments.h"
 #include "media/MediaInfo.h"
 #include "media/TagCounter.h"
+#include "media/TagReader.h"
 #include "zel/DateTime.h"
 #include "zel/Exception.h"
 #include "zel/Files.h"
@@ -29,7 +30,15 @@ void __main(const MainArguments& args)
         args.output() << L"[" << path << L"] " << counter.toString() << endl;
         return;
     }
-    throw ZEL_NEW Exception(L"Reading tags is not available in this build; use --summary");
+    TagReader reader(args);
+    if (Files::isDirectory(path)) {
+        reader.readDir(path);
+    } else {
+        // The record keeps references to both names while the file is read.
+        const String dir = Files::dirname(path);
+        const String name = Files::basename(path);
+        reader.read(dir, name);
+    }
 }
 
 namespace {
