@@ -24,8 +24,10 @@ public:
     {
         int error = 0;
         PCRE2_SIZE offset = 0;
+        // PCRE2_UCP: case and character classes follow Unicode, not only ASCII
+        // (the text is UTF-32; without PCRE2_UTF escaped bytes stay matchable).
         code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern ? pattern : L""), PCRE2_ZERO_TERMINATED,
-                              ignoreCase ? PCRE2_CASELESS : 0, &error, &offset, nullptr);
+                              PCRE2_UCP | (ignoreCase ? PCRE2_CASELESS : 0), &error, &offset, nullptr);
         if (code_) data_ = pcre2_match_data_create_from_pattern(code_, nullptr);
     }
     ~Regex()
@@ -72,10 +74,13 @@ String String::tryString(const char* bytes, size_t n, size_t max)
         i += len;
     }
     if (text) return String(std::move(out));
+    // Not text: printable Latin-1 bytes stay, every other byte (line breaks
+    // and tabs included) becomes ".", so the preview stays on its line.
     out.clear();
     for (size_t i = 0; i < n && out.size() < max; ++i) {
         unsigned char b = u[i];
-        out.push_back(isControl(b) ? L'.' : static_cast<wchar_t>(b));
+        bool printable = (b >= 0x20 && b < 0x7F) || b >= 0xA0;
+        out.push_back(printable ? static_cast<wchar_t>(b) : L'.');
     }
     return String(std::move(out));
 }
