@@ -17,8 +17,8 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 count="${1:-20000}"
 build="${BUILD:-build}"
 [[ "$build" == /* ]] || build="$root/$build"
-sonarcat="$build/media/sonarcat"
-baseline="$build/bench/census-baseline"
+sonarcat="$build/bin/sonarcat"
+baseline="$build/bin/census-baseline"
 runs=5
 
 for exe in "$sonarcat" "$baseline" /usr/bin/time; do

@@ -18,8 +18,8 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 count="${1:-20000}"
 build="${BUILD:-build}"
 [[ "$build" == /* ]] || build="$root/$build"
-sonarcat="$build/media/sonarcat"
-baseline="$build/bench/mediainfo-baseline"
+sonarcat="$build/bin/sonarcat"
+baseline="$build/bin/mediainfo-baseline"
 runs="${RUNS:-3}"
 
 for exe in "$sonarcat" "$baseline" /usr/bin/time /usr/bin/mediainfo; do
