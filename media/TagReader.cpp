@@ -13,12 +13,6 @@
 
 namespace ZELd {
 
-TagReader::TagReader(const MainArguments& arguments) : arguments(arguments)
-{
-    fileRule.assign(L'=', 80);
-    sectionRule.assign(L'-', 80);
-}
-
 void TagReader::readDir(const String& path)
 {
     Dir dir(path);
@@ -66,7 +60,7 @@ void TagReader::read(const String& dir, const String& name)
         e->destroy();
     }
     print(info);
-    // Storing the record in a database comes here, once the reader has a connection.
+    store(info);
 }
 
 void TagReader::readTag(const String& path, FileInfo& info)

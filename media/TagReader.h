@@ -13,6 +13,7 @@
 namespace ZELd {
 
 class MainArguments;
+class SQLConnection;
 
 class TagReader : public Object {
 public:
@@ -41,7 +42,13 @@ public:
         APEv2 ape;
     };
 
+    // Opens the database connection when --database names a driver; a
+    // connection that cannot be made throws, and no reader exists.
     explicit TagReader(const MainArguments& arguments);
+    // Deletes the connection, which ends it; nothing is committed here.
+    ~TagReader() override;
+    TagReader(const TagReader&) = delete;
+    TagReader& operator=(const TagReader&) = delete;
 
     // Walks a directory and everything below it, depth first.
     void readDir(const String& path);
@@ -51,11 +58,20 @@ public:
     void readTag(const String& path, FileInfo& info);
     // Writes the record's report to the output writer.
     void print(const FileInfo& file) const;
+    // Writes the record's rows; a connection and an open transaction are expected.
+    void persist(const FileInfo& file);
 
     const MainArguments& args() const { return arguments; }
 
 private:
+    // One transaction around persist: committed, or rolled back and reported.
+    void store(const FileInfo& file);
+
     const MainArguments& arguments;
+    SQLConnection* connection = nullptr;
+    String currentDir; // the directory of the last STOR_DIR row written
+    int32_t dirId = 0;  // the last ids handed out; 0: not yet read from the database
+    int64_t fileId = 0;
     String fileRule;    // 80 "=": opens each file's report
     String sectionRule; // 80 "-": opens each verbose section
 };
