@@ -115,7 +115,7 @@ bool APEv2::read(File& file, const char* header, long long position)
     if (position < 0) begin = size_ >= kBlock ? block_ + kBlock : end;
     else end = size_ >= kBlock ? block_ + (size_ - kBlock) : block_;
 
-    while (begin + 8 < end) {
+    while (end - begin > 8) {
         APEv2Item* item = ZEL_NEW APEv2Item();
         size_t used;
         try {
