@@ -23,7 +23,10 @@ Dir::Dir(const String& path) : path_(path)
     if (!path_.endsWith(L"/")) path_ += L'/';
     std::string native = nativePath(path);
     int fd = ::open(native.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) throw ZEL_NEW IOException(path, L"Open Directory Failed", errno);
+    if (fd < 0) {
+        const int error = errno; // read before the allocation can touch it
+        throw ZEL_NEW IOException(path, L"Open Directory Failed", error);
+    }
     struct stat st;
     if (::fstat(fd, &st) == 0) {
         dev_ = st.st_dev;
@@ -61,8 +64,14 @@ Dir::Dir(const String& path) : path_(path)
 
 Dir::~Dir()
 {
-    // Directories close in the reverse order of opening during a walk.
-    if (gInnermost == this) gInnermost = above_;
+    // In a walk directories close in the reverse order of opening, but one that
+    // closes out of turn must not stay in the chain of those still open.
+    for (Dir** link = &gInnermost; *link; link = &(*link)->above_) {
+        if (*link == this) {
+            *link = above_;
+            break;
+        }
+    }
 }
 
 bool Dir::isOpenAbove(dev_t dev, ino_t ino) const
