@@ -112,12 +112,18 @@ MediaInfo::MediaInfo(const String& path)
     initialize();
     std::string native = nativePath(path);
     struct stat st;
-    if (::stat(native.c_str(), &st) != 0) throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", errno);
+    if (::stat(native.c_str(), &st) != 0) {
+        const int error = errno; // read before the allocation can touch it
+        throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", error);
+    }
     if (!S_ISREG(st.st_mode)) throw ZEL_NEW IOException(path, L"MediaInfo Open Failed");
     String name = path;
     if (hasEscapedBytes(path)) {
         fd_ = ::open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        if (fd_ < 0) throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", errno);
+        if (fd_ < 0) {
+            const int error = errno;
+            throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", error);
+        }
         name = String::format(L"/proc/self/fd/%d", fd_);
     }
     handle_ = gLib.create();

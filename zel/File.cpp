@@ -19,7 +19,10 @@ File::File(const String& path, int /*flags*/, int /*mode*/) : path_(path)
     do {
         fd = ::open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     } while (fd < 0 && errno == EINTR);
-    if (fd < 0) throw ZEL_NEW IOException(path, L"Open Failed", errno);
+    if (fd < 0) {
+        const int error = errno; // read before the allocation can touch it
+        throw ZEL_NEW IOException(path, L"Open Failed", error);
+    }
     struct stat st;
     if (::fstat(fd, &st) != 0) {
         int error = errno;
@@ -46,7 +49,8 @@ size_t File::read(void* buffer, size_t n)
         ssize_t got = ::read(fd_, p + done, n - done);
         if (got < 0) {
             if (errno == EINTR) continue;
-            throw ZEL_NEW IOException(path_, L"Read Failed", errno);
+            const int error = errno;
+            throw ZEL_NEW IOException(path_, L"Read Failed", error);
         }
         if (got == 0) break;
         done += static_cast<size_t>(got);
@@ -59,14 +63,20 @@ long long File::seek(long long offset, int origin)
     int whence = origin == 2 ? SEEK_END : (origin == 1 ? SEEK_CUR : SEEK_SET);
     off_t place = ::lseek(fd_, static_cast<off_t>(offset), whence);
     if (place < 0 && errno == EINVAL && offset < 0) place = ::lseek(fd_, 0, SEEK_SET); // before the start
-    if (place < 0) throw ZEL_NEW IOException(path_, L"Seek Failed", errno);
+    if (place < 0) {
+        const int error = errno;
+        throw ZEL_NEW IOException(path_, L"Seek Failed", error);
+    }
     return place;
 }
 
 unsigned long long File::size() const
 {
     struct stat st;
-    if (::fstat(fd_, &st) != 0) throw ZEL_NEW IOException(path_, L"Size Failed", errno);
+    if (::fstat(fd_, &st) != 0) {
+        const int error = errno;
+        throw ZEL_NEW IOException(path_, L"Size Failed", error);
+    }
     return static_cast<unsigned long long>(st.st_size);
 }
 

@@ -33,7 +33,11 @@ bool Files::isDirectory(const String& path)
 unsigned long long Files::size(const String& path)
 {
     struct statx st;
-    if (!examine(nativePath(path), STATX_SIZE, st)) throw ZEL_NEW IOException(path, L"Size Failed", errno);
+    const std::string native = nativePath(path);
+    if (!examine(native, STATX_SIZE, st)) {
+        const int error = errno; // read before the allocation can touch it
+        throw ZEL_NEW IOException(path, L"Size Failed", error);
+    }
     return st.stx_size;
 }
 

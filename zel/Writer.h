@@ -32,6 +32,8 @@ public:
         write(&c, 1);
         return *this;
     }
+    // A narrow char would print as its number: say what is meant instead.
+    Writer& operator<<(char) = delete;
     Writer& operator<<(int v);
     Writer& operator<<(unsigned v);
     Writer& operator<<(long v);
