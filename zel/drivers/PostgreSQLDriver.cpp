@@ -1,6 +1,7 @@
 // The PostgreSQL driver module (libZELPostgreSQL.so), over libpq.
 //
-// Keys: USER, PASSWORD, SERVER (a host, or host/port), PORT, DATABASE.
+// Keys: USER, PASSWORD, SERVER (a host, host/port, or the directory of a local
+// socket such as /var/run/postgresql), PORT, DATABASE.
 // Statements with parameters are prepared once per connection and reused.
 #include <libpq-fe.h>
 
@@ -122,8 +123,9 @@ public:
         std::string host, port;
         if (const std::string* server = setting(settings, "SERVER")) {
             host = *server;
+            // "host/port"; a path (starting with "/") is the directory of a local socket.
             size_t slash = host.find('/');
-            if (slash != std::string::npos) {
+            if (slash != std::string::npos && slash != 0) {
                 port = host.substr(slash + 1);
                 host.resize(slash);
             }

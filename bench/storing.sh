@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Measures what storing costs: the normal mode over a generated tree of COUNT
+# MP3 files without a database, then storing into a fresh SQLite catalogue,
+# then (when SONARCAT_TEST_POSTGRES names a server, as .ci/postgres prints it)
+# into a fresh PostgreSQL database. Prints files per second for each and the
+# cost of storing over the run without a database.
+# Needs sqlite3, and psql for PostgreSQL.
+# Usage: [BUILD=build] [BENCH_TREE=DIR] bench/storing.sh [COUNT]
+set -euo pipefail
+export LC_ALL=C.UTF-8
+
+root="$(cd "$(dirname "$0")/.." && pwd)"
+count="${1:-20000}"
+build="${BUILD:-build}"
+[[ "$build" == /* ]] || build="$root/$build"
+sonarcat="$build/bin/sonarcat"
+[[ -x "$sonarcat" ]] || { echo "storing: $sonarcat not found" >&2; exit 1; }
+
+tmp="$(mktemp -d)"
+pgdb=""
+cleanup() {
+    [[ -n "$pgdb" ]] && psql_admin -qc "DROP DATABASE IF EXISTS $pgdb" >/dev/null 2>&1
+    rm -rf "$tmp"
+}
+trap cleanup EXIT
+tree="${BENCH_TREE:-$tmp/tree}"
+if [[ ! -d "$tree" || -z "$(ls -A "$tree")" ]]; then
+    "$root/bench/make-tree.sh" "$tree" "$count" >/dev/null
+fi
+files="$(find "$tree" -type f | wc -l)"
+
+pg="${SONARCAT_TEST_POSTGRES:-}"
+setting() { sed -n "s/.*$1=\([^;]*\).*/\1/p" <<<"$pg"; }
+psql_admin() { PGPASSWORD="$(setting PASSWORD)" psql -X -h "$(setting SERVER)" -p "$(setting PORT)" -U "$(setting USER)" -d postgres "$@"; }
+
+# run NAME ARGS... : one timed run; prints seconds.
+run() {
+    local start end
+    start="${EPOCHREALTIME/./}"
+    "$sonarcat" "$@" "$tree" >/dev/null 2>"$tmp/err"
+    end="${EPOCHREALTIME/./}"
+    if grep -q Exception "$tmp/err"; then echo "storing: errors, see below" >&2; head "$tmp/err" >&2; fi
+    awk -v us="$((end - start))" 'BEGIN { printf "%.2f", us / 1e6 }'
+}
+rate() { awk -v n="$files" -v s="$1" 'BEGIN { printf "%.0f", n / s }'; }
+cost() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%+.1f%%", (a / b - 1) * 100 }'; }
+
+"$sonarcat" "$tree" >/dev/null 2>&1 # warm the page cache
+plain="$(run)"
+sqlite3 "$tmp/music.sqlite3" <"$root/schema/sqlite3.sql"
+lite="$(run --database="DRIVER=ZELSQLite3;DATABASE=$tmp/music.sqlite3")"
+stored="$(sqlite3 "$tmp/music.sqlite3" 'SELECT COUNT(*) FROM STOR_FILE')"
+
+echo "normal mode over $files files (report to /dev/null)"
+printf '  %-22s %8s  %9s  %s\n' run "wall (s)" "files/s" "cost of storing"
+printf '  %-22s %8s  %9s\n' "no database" "$plain" "$(rate "$plain")"
+printf '  %-22s %8s  %9s  %s  (%s files stored)\n' SQLite "$lite" "$(rate "$lite")" "$(cost "$lite" "$plain")" "$stored"
+if [[ -n "$pg" ]]; then
+    pgdb="sonarcat_bench_$$"
+    psql_admin -qc "CREATE DATABASE $pgdb" >/dev/null
+    PGPASSWORD="$(setting PASSWORD)" psql -X -q -h "$(setting SERVER)" -p "$(setting PORT)" -U "$(setting USER)" -d "$pgdb" \
+        -f "$root/schema/postgresql.sql" >/dev/null
+    post="$(run --database="DRIVER=ZELPostgreSQL;$pg;DATABASE=$pgdb")"
+    printf '  %-22s %8s  %9s  %s\n' PostgreSQL "$post" "$(rate "$post")" "$(cost "$post" "$plain")"
+fi
