@@ -254,6 +254,17 @@ SQLConnection::~SQLConnection()
     delete module_;
 }
 
+const SQLConnection::Translation& SQLConnection::translate(const String& sql)
+{
+    auto it = translations_.find(sql.str());
+    if (it == translations_.end()) {
+        Translation t;
+        t.text = translatePlaceholders(sql, *driver_, t.names);
+        it = translations_.emplace(sql.str(), std::move(t)).first;
+    }
+    return it->second;
+}
+
 void SQLConnection::open(const String& connectionString)
 {
     DriverError error;
@@ -304,14 +315,13 @@ void SQLQuery::release()
 void SQLQuery::prepare(const String& sql)
 {
     release();
-    std::vector<String> names;
-    std::string text = translatePlaceholders(sql, connection_->driver(), names);
+    const SQLConnection::Translation& t = connection_->translate(sql);
     DriverError error;
-    statement_ = connection_->driver().prepare(text, names.size(), error);
+    statement_ = connection_->driver().prepare(t.text, t.names.size(), error);
     if (!statement_) fail(L"Cannot prepare [" + sql + L"]", error);
     sql_ = sql;
-    params_.params_.reserve(names.size());
-    for (String& name : names) params_.params_.emplace_back(std::move(name));
+    params_.params_.reserve(t.names.size());
+    for (const String& name : t.names) params_.params_.emplace_back(name);
 }
 
 void SQLQuery::execute()

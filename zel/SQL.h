@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -127,8 +128,17 @@ public:
     const String& driverName() const { return driverName_; }
     sqldriver::Connection& driver() const { return *driver_; }
 
+    // A statement text in the driver's form, with its parameter names.
+    struct Translation {
+        std::string text;
+        std::vector<String> names;
+    };
+    // Statement texts repeat for every file: each is translated once.
+    const Translation& translate(const String& sql);
+
 private:
     String driverName_;
+    std::map<std::wstring, Translation> translations_;
     SharedLibrary* module_ = nullptr;
     sqldriver::Connection* driver_ = nullptr;
 };
