@@ -2,7 +2,8 @@
 //
 // Keys: USER, PASSWORD, SERVER (a host, host/port, or the directory of a local
 // socket such as /var/run/postgresql), PORT, DATABASE.
-// Statements with parameters are prepared once per connection and reused.
+// Statements with parameters are prepared once per connection and reused;
+// inside a transaction they are pipelined (see PgConnection).
 #include <libpq-fe.h>
 
 #include <cstdio>
@@ -25,84 +26,21 @@ std::string trimmed(const char* message)
     return s;
 }
 
+class PgConnection;
+
 class PgStatement : public Statement {
 public:
     // name empty: the text runs as it is (no parameters).
-    PgStatement(PGconn* conn, std::string name, std::string sql, size_t parameters)
-        : conn_(conn), name_(std::move(name)), sql_(std::move(sql)), values_(parameters), set_(parameters, false),
-          binary_(parameters, 0) {}
+    PgStatement(PgConnection& owner, std::string name, std::string sql, size_t parameters)
+        : owner_(owner), name_(std::move(name)), sql_(std::move(sql)), values_(parameters), set_(parameters, false), binary_(parameters, 0) {}
     ~PgStatement() override { PQclear(result_); }
 
-    bool bind(size_t index, const Value& v, DriverError& error) override
-    {
-        if (index >= values_.size()) {
-            error.message = "no parameter " + std::to_string(index);
-            return false;
-        }
-        set_[index] = v.kind != Value::Null;
-        binary_[index] = v.kind == Value::Bytes ? 1 : 0;
-        char buffer[48];
-        switch (v.kind) {
-        case Value::Int: values_[index] = std::to_string(v.i); break;
-        case Value::UInt: values_[index] = std::to_string(v.u); break;
-        case Value::Text:
-        case Value::Bytes: values_[index] = v.bytes; break;
-        case Value::Time:
-            std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d %02d:%02d:%02d.%03d", v.time.year, v.time.month, v.time.day, v.time.hour,
-                          v.time.minute, v.time.second, v.time.millisecond);
-            values_[index] = buffer;
-            break;
-        default: values_[index].clear(); break;
-        }
-        return true;
-    }
-
-    bool execute(DriverError& error) override
-    {
-        PQclear(result_);
-        result_ = nullptr;
-        row_ = 0;
-        const size_t n = values_.size();
-        std::vector<const char*> values(n);
-        std::vector<int> lengths(n);
-        for (size_t i = 0; i < n; ++i) {
-            values[i] = set_[i] ? values_[i].c_str() : nullptr;
-            lengths[i] = static_cast<int>(values_[i].size());
-        }
-        if (name_.empty())
-            result_ = PQexecParams(conn_, sql_.c_str(), static_cast<int>(n), nullptr, values.data(), lengths.data(), binary_.data(), 0);
-        else
-            result_ = PQexecPrepared(conn_, name_.c_str(), static_cast<int>(n), values.data(), lengths.data(), binary_.data(), 0);
-        ExecStatusType status = PQresultStatus(result_);
-        if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
-        error.message = trimmed(result_ ? PQresultErrorMessage(result_) : PQerrorMessage(conn_));
-        return false;
-    }
-
-    bool fetch(std::vector<Value>& row, DriverError&) override
-    {
-        if (!result_ || PQresultStatus(result_) != PGRES_TUPLES_OK || row_ >= PQntuples(result_)) return false;
-        int columns = PQnfields(result_);
-        row.assign(static_cast<size_t>(columns), Value());
-        for (int c = 0; c < columns; ++c) {
-            if (PQgetisnull(result_, row_, c)) continue;
-            Value& v = row[static_cast<size_t>(c)];
-            const char* text = PQgetvalue(result_, row_, c);
-            Oid type = PQftype(result_, c);
-            if (type == kInt2 || type == kInt4 || type == kInt8) {
-                v.kind = Value::Int;
-                v.i = std::strtoll(text, nullptr, 10);
-            } else {
-                v.kind = Value::Text;
-                v.bytes.assign(text, static_cast<size_t>(PQgetlength(result_, row_, c)));
-            }
-        }
-        ++row_;
-        return true;
-    }
+    bool bind(size_t index, const Value& v, DriverError& error) override;
+    bool execute(DriverError& error) override;
+    bool fetch(std::vector<Value>& row, DriverError& error) override;
 
 private:
-    PGconn* conn_;
+    PgConnection& owner_;
     std::string name_, sql_;
     std::vector<std::string> values_;
     std::vector<bool> set_;
@@ -111,6 +49,10 @@ private:
     int row_ = 0;
 };
 
+// Inside a transaction the connection runs in pipeline mode: statements are
+// sent without waiting for their answers, and the answers are read at the
+// next point that needs one (a query's rows, the commit). A failure among
+// them fails the commit, and the file is rolled back whole.
 class PgConnection : public Connection {
 public:
     ~PgConnection() override
@@ -143,10 +85,14 @@ public:
         add("user", setting(settings, "USER"));
         add("password", setting(settings, "PASSWORD"));
         add("dbname", setting(settings, "DATABASE"));
-        const std::string timeout = "10", encoding = "UTF8", application = "sonarcat";
+        // A commit does not wait for the server's disk: a committed file
+        // survives a crash of this program; a crash of the server's machine can
+        // lose the last moments of commits, never half a file.
+        const std::string timeout = "10", encoding = "UTF8", application = "sonarcat", options = "-c synchronous_commit=off";
         add("connect_timeout", &timeout);
         add("client_encoding", &encoding);
         add("application_name", &application);
+        add("options", &options);
         keys.push_back(nullptr);
         values.push_back(nullptr);
         conn_ = PQconnectdbParams(keys.data(), values.data(), 0);
@@ -165,56 +111,253 @@ public:
         return std::string("PostgreSQL ") + (version ? version : "?");
     }
     bool connected() override { return conn_ && PQstatus(conn_) == CONNECTION_OK; }
-    bool begin(DriverError& error) override { return run("BEGIN", error); }
-    bool rollback(DriverError& error) override { return run("ROLLBACK", error); }
+
+    bool begin(DriverError& error) override
+    {
+        if (!conn_) return notConnected(error);
+        if (PQenterPipelineMode(conn_) != 1) return run("BEGIN", error); // cannot pipeline: one by one
+        pipeline_ = true;
+        failure_.clear();
+        madeInPipeline_.clear();
+        return send(PQsendQueryParams(conn_, "BEGIN", 0, nullptr, nullptr, nullptr, nullptr, 0), error);
+    }
+
     bool commit(DriverError& error) override
     {
-        // A transaction that failed answers COMMIT with ROLLBACK: that is a failure.
-        PGresult* r = PQexec(conn_, "COMMIT");
-        bool ok = PQresultStatus(r) == PGRES_COMMAND_OK && std::strcmp(PQcmdStatus(r), "COMMIT") == 0;
-        if (!ok) error.message = PQresultStatus(r) == PGRES_COMMAND_OK ? "the transaction was rolled back" : trimmed(PQerrorMessage(conn_));
-        PQclear(r);
-        return ok;
+        if (!pipeline_) return finishCommit(PQexec(conn_, "COMMIT"), error);
+        if (!send(PQsendQueryParams(conn_, "COMMIT", 0, nullptr, nullptr, nullptr, nullptr, 0), error)) {
+            leavePipeline();
+            return false;
+        }
+        PGresult* last = drain();
+        leavePipeline();
+        if (!failure_.empty()) {
+            PQclear(last);
+            error.message = failure_;
+            return false;
+        }
+        return finishCommit(last, error);
     }
+
+    bool rollback(DriverError& error) override
+    {
+        if (pipeline_) {
+            PQclear(drain());
+            leavePipeline();
+        }
+        return run("ROLLBACK", error);
+    }
+
     std::string placeholder(size_t index) override { return std::string(1, '$').append(std::to_string(index + 1)); }
 
     Statement* prepare(const std::string& sql, size_t parameters, DriverError& error) override
     {
         if (!conn_) {
-            error.message = "not connected";
+            notConnected(error);
             return nullptr;
         }
-        if (parameters == 0) return new PgStatement(conn_, std::string(), sql, 0);
+        if (parameters == 0) return new PgStatement(*this, std::string(), sql, 0);
         auto it = prepared_.find(sql);
         if (it == prepared_.end()) {
-            std::string name = "zel_" + std::to_string(prepared_.size() + 1);
-            PGresult* r = PQprepare(conn_, name.c_str(), sql.c_str(), static_cast<int>(parameters), nullptr);
-            bool ok = PQresultStatus(r) == PGRES_COMMAND_OK;
-            if (!ok) error.message = trimmed(PQerrorMessage(conn_));
-            PQclear(r);
-            if (!ok) return nullptr;
+            std::string name = "zel_" + std::to_string(++named_);
+            if (pipeline_) {
+                // Its answer comes with the others; a failure fails the commit.
+                if (!send(PQsendPrepare(conn_, name.c_str(), sql.c_str(), static_cast<int>(parameters), nullptr), error)) return nullptr;
+                madeInPipeline_.push_back(sql);
+            } else {
+                PGresult* r = PQprepare(conn_, name.c_str(), sql.c_str(), static_cast<int>(parameters), nullptr);
+                bool ok = PQresultStatus(r) == PGRES_COMMAND_OK;
+                if (!ok) error.message = trimmed(PQerrorMessage(conn_));
+                PQclear(r);
+                if (!ok) return nullptr;
+            }
             it = prepared_.emplace(sql, name).first;
         }
-        return new PgStatement(conn_, it->second, sql, parameters);
+        return new PgStatement(*this, it->second, sql, parameters);
+    }
+
+    // Runs a statement: queued in a pipeline (result null), or at once.
+    // wantResult: the caller needs the answer now (a query's rows).
+    bool runStatement(const std::string& name, const std::string& sql, const std::vector<const char*>& values, const std::vector<int>& lengths,
+                      const std::vector<int>& binary, bool wantResult, PGresult*& result, DriverError& error)
+    {
+        const int n = static_cast<int>(values.size());
+        if (!pipeline_) {
+            result = name.empty() ? PQexecParams(conn_, sql.c_str(), n, nullptr, values.data(), lengths.data(), binary.data(), 0)
+                                  : PQexecPrepared(conn_, name.c_str(), n, values.data(), lengths.data(), binary.data(), 0);
+            return check(result, error);
+        }
+        int sent = name.empty() ? PQsendQueryParams(conn_, sql.c_str(), n, nullptr, values.data(), lengths.data(), binary.data(), 0)
+                                : PQsendQueryPrepared(conn_, name.c_str(), n, values.data(), lengths.data(), binary.data(), 0);
+        if (!send(sent, error)) return false;
+        if (!wantResult) return true;
+        result = drain();
+        if (!failure_.empty()) {
+            error.message = failure_;
+            return false;
+        }
+        return check(result, error);
     }
 
 private:
+    static bool check(PGresult* r, DriverError& error)
+    {
+        ExecStatusType status = PQresultStatus(r);
+        if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
+        error.message = trimmed(r ? PQresultErrorMessage(r) : "no answer from the server");
+        return false;
+    }
+
+    static bool notConnected(DriverError& error)
+    {
+        error.message = "not connected";
+        return false;
+    }
+
+    bool send(int sent, DriverError& error)
+    {
+        if (sent == 1) {
+            ++queued_;
+            return true;
+        }
+        error.message = trimmed(PQerrorMessage(conn_));
+        if (failure_.empty()) failure_ = error.message;
+        return false;
+    }
+
+    // Reads the answers of everything queued; keeps the first failure and
+    // returns the last command's result.
+    PGresult* drain()
+    {
+        PGresult* last = nullptr;
+        if (PQpipelineSync(conn_) != 1) {
+            if (failure_.empty()) failure_ = trimmed(PQerrorMessage(conn_));
+            queued_ = 0;
+            return nullptr;
+        }
+        for (; queued_ > 0; --queued_) {
+            while (PGresult* r = PQgetResult(conn_)) {
+                ExecStatusType status = PQresultStatus(r);
+                if (status == PGRES_FATAL_ERROR && failure_.empty()) failure_ = trimmed(PQresultErrorMessage(r));
+                if (status == PGRES_PIPELINE_ABORTED && failure_.empty()) failure_ = "statement not run: an earlier one failed";
+                if (queued_ == 1) {
+                    PQclear(last);
+                    last = r;
+                } else {
+                    PQclear(r);
+                }
+            }
+            if (PQstatus(conn_) != CONNECTION_OK) {
+                if (failure_.empty()) failure_ = trimmed(PQerrorMessage(conn_));
+                queued_ = 0;
+                return last;
+            }
+        }
+        PGresult* sync = PQgetResult(conn_); // the sync point
+        PQclear(sync);
+        return last;
+    }
+
+    void leavePipeline()
+    {
+        if (!failure_.empty()) {
+            // Statements prepared in a failed pipeline may not exist on the server.
+            for (const std::string& sql : madeInPipeline_) prepared_.erase(sql);
+        }
+        madeInPipeline_.clear();
+        PQexitPipelineMode(conn_);
+        pipeline_ = false;
+        queued_ = 0;
+    }
+
+    bool finishCommit(PGresult* r, DriverError& error)
+    {
+        // A transaction that failed answers COMMIT with ROLLBACK: that is a failure.
+        bool ok = PQresultStatus(r) == PGRES_COMMAND_OK && std::strcmp(PQcmdStatus(r), "COMMIT") == 0;
+        if (!ok) error.message = PQresultStatus(r) == PGRES_COMMAND_OK ? "the transaction was rolled back" : trimmed(r ? PQresultErrorMessage(r) : PQerrorMessage(conn_));
+        PQclear(r);
+        return ok;
+    }
+
     bool run(const char* sql, DriverError& error)
     {
-        if (!conn_) {
-            error.message = "not connected";
-            return false;
-        }
+        if (!conn_) return notConnected(error);
         PGresult* r = PQexec(conn_, sql);
-        bool ok = PQresultStatus(r) == PGRES_COMMAND_OK;
-        if (!ok) error.message = trimmed(PQerrorMessage(conn_));
+        bool ok = check(r, error);
         PQclear(r);
         return ok;
     }
 
     PGconn* conn_ = nullptr;
     std::map<std::string, std::string> prepared_;
+    std::vector<std::string> madeInPipeline_;
+    unsigned named_ = 0;
+    bool pipeline_ = false;
+    int queued_ = 0;
+    std::string failure_;
 };
+
+bool PgStatement::bind(size_t index, const Value& v, DriverError& error)
+{
+    if (index >= values_.size()) {
+        error.message = "no parameter " + std::to_string(index);
+        return false;
+    }
+    set_[index] = v.kind != Value::Null;
+    binary_[index] = v.kind == Value::Bytes ? 1 : 0;
+    char buffer[48];
+    switch (v.kind) {
+    case Value::Int: values_[index] = std::to_string(v.i); break;
+    case Value::UInt: values_[index] = std::to_string(v.u); break;
+    case Value::Text:
+    case Value::Bytes: values_[index] = v.bytes; break;
+    case Value::Time:
+        std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d %02d:%02d:%02d.%03d", v.time.year, v.time.month, v.time.day, v.time.hour,
+                      v.time.minute, v.time.second, v.time.millisecond);
+        values_[index] = buffer;
+        break;
+    default: values_[index].clear(); break;
+    }
+    return true;
+}
+
+bool PgStatement::execute(DriverError& error)
+{
+    PQclear(result_);
+    result_ = nullptr;
+    row_ = 0;
+    const size_t n = values_.size();
+    std::vector<const char*> values(n);
+    std::vector<int> lengths(n);
+    for (size_t i = 0; i < n; ++i) {
+        values[i] = set_[i] ? values_[i].c_str() : nullptr;
+        lengths[i] = static_cast<int>(values_[i].size());
+    }
+    // Statements with parameters write rows; the ones without are the queries.
+    return owner_.runStatement(name_, sql_, values, lengths, binary_, name_.empty(), result_, error);
+}
+
+bool PgStatement::fetch(std::vector<Value>& row, DriverError&)
+{
+    if (!result_ || PQresultStatus(result_) != PGRES_TUPLES_OK || row_ >= PQntuples(result_)) return false;
+    int columns = PQnfields(result_);
+    row.assign(static_cast<size_t>(columns), Value());
+    for (int c = 0; c < columns; ++c) {
+        if (PQgetisnull(result_, row_, c)) continue;
+        Value& v = row[static_cast<size_t>(c)];
+        const char* text = PQgetvalue(result_, row_, c);
+        Oid type = PQftype(result_, c);
+        if (type == kInt2 || type == kInt4 || type == kInt8) {
+            v.kind = Value::Int;
+            v.i = std::strtoll(text, nullptr, 10);
+        } else {
+            v.kind = Value::Text;
+            v.bytes.assign(text, static_cast<size_t>(PQgetlength(result_, row_, c)));
+        }
+    }
+    ++row_;
+    return true;
+}
 
 } // namespace
 
