@@ -45,7 +45,20 @@ std::mutex& listLock()
 }
 TrackedHeader* gHead = nullptr;
 size_t gOwnBlocks = 0, gOwnBytes = 0;
-std::atomic<size_t> gOtherBlocks{0}, gOtherBytes{0};
+
+// The blocks without source are only counted. Libraries allocate thousands
+// of them for every file, so the count is kept without a locked instruction:
+// exact for one thread, and never undefined should another one allocate.
+class Tally {
+public:
+    void add(size_t n) { value_.store(value_.load(std::memory_order_relaxed) + n, std::memory_order_relaxed); }
+    void sub(size_t n) { value_.store(value_.load(std::memory_order_relaxed) - n, std::memory_order_relaxed); }
+    size_t load() const { return value_.load(std::memory_order_relaxed); }
+
+private:
+    std::atomic<size_t> value_{0};
+};
+Tally gOtherBlocks, gOtherBytes;
 Writer* gReport = nullptr;
 
 void* allocPlain(size_t size)
@@ -55,8 +68,8 @@ void* allocPlain(size_t size)
     if (!h) return nullptr;
     h->size = size;
     h->tag = kPlain;
-    gOtherBlocks.fetch_add(1, std::memory_order_relaxed);
-    gOtherBytes.fetch_add(size, std::memory_order_relaxed);
+    gOtherBlocks.add(1);
+    gOtherBytes.add(size);
     return h + 1;
 }
 
@@ -86,8 +99,8 @@ void release(void* block)
     uint64_t* tag = static_cast<uint64_t*>(block) - 1;
     if (*tag == kPlain) {
         auto* h = static_cast<PlainHeader*>(block) - 1;
-        gOtherBlocks.fetch_sub(1, std::memory_order_relaxed);
-        gOtherBytes.fetch_sub(h->size, std::memory_order_relaxed);
+        gOtherBlocks.sub(1);
+        gOtherBytes.sub(h->size);
         h->tag = kFreed;
         std::free(h);
     } else if (*tag == kTracked) {
