@@ -9,7 +9,7 @@ FormatArg::FormatArg(const String& v) : kind(WideText), ws(v.c_str()), len(v.len
 
 namespace {
 
-struct Spec {
+struct Directive {
     bool left = false, zero = false, plus = false, space = false, alt = false;
     int width = 0;
     int precision = -1;
@@ -19,15 +19,15 @@ struct Spec {
 void pad(std::wstring& out, size_t n, wchar_t c) { out.append(n, c); }
 
 // Writes body (already converted) with sign/prefix and padding.
-void emit(std::wstring& out, const Spec& spec, std::wstring_view prefix, std::wstring_view body, bool numeric)
+void emit(std::wstring& out, const Directive& directive, std::wstring_view prefix, std::wstring_view body, bool numeric)
 {
     size_t len = prefix.size() + body.size();
-    size_t fill = spec.width > 0 && static_cast<size_t>(spec.width) > len ? spec.width - len : 0;
-    if (spec.left) {
+    size_t fill = directive.width > 0 && static_cast<size_t>(directive.width) > len ? directive.width - len : 0;
+    if (directive.left) {
         out.append(prefix);
         out.append(body);
         pad(out, fill, L' ');
-    } else if (spec.zero && numeric && spec.precision < 0) {
+    } else if (directive.zero && numeric && directive.precision < 0) {
         out.append(prefix);
         pad(out, fill, L'0');
         out.append(body);
@@ -55,12 +55,12 @@ unsigned long long maskTo(unsigned long long v, unsigned bits)
     return bits >= 64 ? v : (v & ((1ULL << bits) - 1));
 }
 
-void number(std::wstring& out, const Spec& spec, const FormatArg& a, wchar_t conv)
+void number(std::wstring& out, const Directive& directive, const FormatArg& a, wchar_t conv)
 {
     std::wstring prefix, body;
     unsigned bits = a.bits;
     unsigned long long raw = a.kind == FormatArg::Signed ? static_cast<unsigned long long>(a.i) : a.u;
-    if (spec.narrow) bits = spec.narrow;
+    if (directive.narrow) bits = directive.narrow;
     if (conv == L'd' || conv == L'i') {
         long long v;
         if (bits < 64) {
@@ -73,36 +73,36 @@ void number(std::wstring& out, const Spec& spec, const FormatArg& a, wchar_t con
         }
         unsigned long long mag = v < 0 ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
         if (v < 0) prefix = L"-";
-        else if (spec.plus) prefix = L"+";
-        else if (spec.space) prefix = L" ";
-        if (!(spec.precision == 0 && mag == 0)) digits(body, mag, 10, false);
+        else if (directive.plus) prefix = L"+";
+        else if (directive.space) prefix = L" ";
+        if (!(directive.precision == 0 && mag == 0)) digits(body, mag, 10, false);
     } else {
         unsigned long long v = maskTo(raw, bits);
         unsigned base = conv == L'o' ? 8 : (conv == L'u' ? 10 : 16);
-        if (!(spec.precision == 0 && v == 0)) digits(body, v, base, conv == L'X');
-        if (spec.alt && v != 0 && base == 16) prefix = conv == L'X' ? L"0X" : L"0x";
-        if (spec.alt && base == 8 && (body.empty() || body[0] != L'0')) body.insert(body.begin(), L'0');
+        if (!(directive.precision == 0 && v == 0)) digits(body, v, base, conv == L'X');
+        if (directive.alt && v != 0 && base == 16) prefix = conv == L'X' ? L"0X" : L"0x";
+        if (directive.alt && base == 8 && (body.empty() || body[0] != L'0')) body.insert(body.begin(), L'0');
     }
-    if (spec.precision > 0 && body.size() < static_cast<size_t>(spec.precision))
-        body.insert(body.begin(), spec.precision - body.size(), L'0');
-    emit(out, spec, prefix, body, true);
+    if (directive.precision > 0 && body.size() < static_cast<size_t>(directive.precision))
+        body.insert(body.begin(), directive.precision - body.size(), L'0');
+    emit(out, directive, prefix, body, true);
 }
 
-void text(std::wstring& out, const Spec& spec, const FormatArg& a)
+void text(std::wstring& out, const Directive& directive, const FormatArg& a)
 {
     if (a.kind == FormatArg::WideText) {
         size_t n = a.len;
-        if (spec.precision >= 0 && static_cast<size_t>(spec.precision) < n) n = spec.precision;
-        emit(out, spec, L"", std::wstring_view(a.ws, n), false);
+        if (directive.precision >= 0 && static_cast<size_t>(directive.precision) < n) n = directive.precision;
+        emit(out, directive, L"", std::wstring_view(a.ws, n), false);
     } else if (a.kind == FormatArg::NarrowText) {
         std::wstring w = decodeUtf8Escaped(a.s, a.len);
-        if (spec.precision >= 0 && static_cast<size_t>(spec.precision) < w.size()) w.resize(spec.precision);
-        emit(out, spec, L"", w, false);
+        if (directive.precision >= 0 && static_cast<size_t>(directive.precision) < w.size()) w.resize(directive.precision);
+        emit(out, directive, L"", w, false);
     } else {
         // A number given where text was asked for: show the number.
         std::wstring body;
         digits(body, a.kind == FormatArg::Signed ? static_cast<unsigned long long>(a.i) : a.u, 10, false);
-        emit(out, spec, L"", body, false);
+        emit(out, directive, L"", body, false);
     }
 }
 
@@ -127,25 +127,25 @@ void formatInto(std::wstring& out, const wchar_t* format, const FormatArg* args,
             ++p;
             continue;
         }
-        Spec spec;
+        Directive directive;
         for (;; ++p) {
-            if (*p == L'-') spec.left = true;
-            else if (*p == L'0') spec.zero = true;
-            else if (*p == L'+') spec.plus = true;
-            else if (*p == L' ') spec.space = true;
-            else if (*p == L'#') spec.alt = true;
+            if (*p == L'-') directive.left = true;
+            else if (*p == L'0') directive.zero = true;
+            else if (*p == L'+') directive.plus = true;
+            else if (*p == L' ') directive.space = true;
+            else if (*p == L'#') directive.alt = true;
             else break;
         }
-        while (*p >= L'0' && *p <= L'9' && spec.width < 100000) spec.width = spec.width * 10 + (*p++ - L'0');
+        while (*p >= L'0' && *p <= L'9' && directive.width < 100000) directive.width = directive.width * 10 + (*p++ - L'0');
         if (*p == L'.') {
             ++p;
-            spec.precision = 0;
-            while (*p >= L'0' && *p <= L'9' && spec.precision < 100000) spec.precision = spec.precision * 10 + (*p++ - L'0');
+            directive.precision = 0;
+            while (*p >= L'0' && *p <= L'9' && directive.precision < 100000) directive.precision = directive.precision * 10 + (*p++ - L'0');
         }
         if (*p == L'h') {
-            spec.narrow = 16;
+            directive.narrow = 16;
             if (*++p == L'h') {
-                spec.narrow = 8;
+                directive.narrow = 8;
                 ++p;
             }
         } else {
@@ -161,21 +161,21 @@ void formatInto(std::wstring& out, const wchar_t* format, const FormatArg* args,
         const FormatArg& a = args[next++];
         switch (conv) {
         case L'd': case L'i': case L'u': case L'x': case L'X': case L'o':
-            if (a.kind == FormatArg::Signed || a.kind == FormatArg::Unsigned || a.kind == FormatArg::Pointer) number(out, spec, a, conv);
-            else text(out, spec, a);
+            if (a.kind == FormatArg::Signed || a.kind == FormatArg::Unsigned || a.kind == FormatArg::Pointer) number(out, directive, a, conv);
+            else text(out, directive, a);
             break;
         case L's':
-            text(out, spec, a);
+            text(out, directive, a);
             break;
         case L'c': {
             wchar_t c = a.kind == FormatArg::Signed ? static_cast<wchar_t>(a.i) : static_cast<wchar_t>(a.u);
-            emit(out, spec, L"", std::wstring_view(&c, 1), false);
+            emit(out, directive, L"", std::wstring_view(&c, 1), false);
             break;
         }
         case L'p': {
             std::wstring body;
             digits(body, a.u, 16, false);
-            emit(out, spec, L"0x", body, true);
+            emit(out, directive, L"0x", body, true);
             break;
         }
         default:
