@@ -9,30 +9,19 @@
 # Usage: [BUILD=build] [RUNS=3] [BENCH_TREE=DIR] bench/storing.sh [COUNT]
 set -euo pipefail
 export LC_ALL=C.UTF-8
+name=storing
+source "$(dirname "$0")/common.sh"
 
-root="$(cd "$(dirname "$0")/.." && pwd)"
-count="${1:-20000}"
-build="${BUILD:-build}"
-[[ "$build" == /* ]] || build="$root/$build"
-sonarcat="$build/bin/sonarcat"
-[[ -x "$sonarcat" ]] || { echo "storing: $sonarcat not found" >&2; exit 1; }
-
-tmp="$(mktemp -d)"
+require "$sonarcat"
+use_tree "${1:-20000}"
 pgdb=""
-cleanup() {
-    [[ -n "$pgdb" ]] && psql_admin -qc "DROP DATABASE IF EXISTS $pgdb" >/dev/null 2>&1
-    rm -rf "$tmp"
-}
-trap cleanup EXIT
-tree="${BENCH_TREE:-$tmp/tree}"
-if [[ ! -d "$tree" || -z "$(ls -A "$tree")" ]]; then
-    "$root/bench/make-tree.sh" "$tree" "$count" >/dev/null
-fi
+trap 'drop_postgres; rm -rf "$tmp"' EXIT
 files="$(find "$tree" -type f | wc -l)"
 
 pg="${SONARCAT_TEST_POSTGRES:-}"
 setting() { sed -n "s/.*$1=\([^;]*\).*/\1/p" <<<"$pg"; }
 psql_admin() { PGPASSWORD="$(setting PASSWORD)" psql -X -h "$(setting SERVER)" -p "$(setting PORT)" -U "$(setting USER)" -d postgres "$@"; }
+drop_postgres() { [[ -z "$pgdb" ]] || psql_admin -qc "DROP DATABASE IF EXISTS $pgdb" >/dev/null 2>&1 || true; }
 
 runs="${RUNS:-3}"
 
@@ -53,7 +42,7 @@ fresh_sqlite() {
     sqlite3 "$tmp/music.sqlite3" <"$root/schema/sqlite3.sql"
 }
 fresh_postgres() {
-    [[ -n "$pgdb" ]] && psql_admin -qc "DROP DATABASE IF EXISTS $pgdb" >/dev/null
+    drop_postgres
     pgdb="sonarcat_bench_$$"
     psql_admin -qc "CREATE DATABASE $pgdb" >/dev/null
     PGPASSWORD="$(setting PASSWORD)" psql -X -q -h "$(setting SERVER)" -p "$(setting PORT)" -U "$(setting USER)" -d "$pgdb" \
