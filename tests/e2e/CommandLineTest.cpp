@@ -68,6 +68,25 @@ TEST(CommandLine, VerboseAddsTheOptionsLineExactlyAsTyped)
     EXPECT_NE(r.err.find(e2e::kCleanLeakReport), std::string::npos) << r.err;
 }
 
+TEST(CommandLine, EveryOptionFormReachesTheOptions)
+{
+    struct Form {
+        std::vector<std::string> args;
+        std::string options;
+    };
+    const std::string flags = "sonarcat --verbose=true --summary=true --database=";
+    const Form forms[] = {
+        {{"-sv", "-dDRIVER=X", "/a"}, flags + "DRIVER=X --dry-run=false values[/a]"},
+        {{"-vsn", "-d", "DRIVER=Y", "/a"}, flags + "DRIVER=Y --dry-run=true values[/a]"},
+        {{"--summary", "--verbose", "--database", "DRIVER=Z", "/a", "/b"}, flags + "DRIVER=Z --dry-run=false values[/a, /b]"},
+        {{"-sv", "--", "-n", "--dry-run"}, flags + " --dry-run=false values[-n, --dry-run]"},
+    };
+    for (const Form& f : forms) {
+        auto r = e2e::sonarcat(f.args);
+        EXPECT_NE(r.out.find("\n      [" + f.options + "]\n"), std::string::npos) << r.out;
+    }
+}
+
 TEST(CommandLine, ErrorEscapingTheRunStillPrintsTheClosingLines)
 {
     auto r = e2e::sonarcat({"--summary", "/nonexistent/path.mp3"});
