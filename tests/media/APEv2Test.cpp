@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "media/APEv2.h"
+#include "support/ReportCapture.h"
 #include "support/TagBuilder.h"
 #include "support/TempDir.h"
 #include "zel/Debug.h"
@@ -78,14 +79,7 @@ TEST(APEv2, SameItemsWhereverTheTagLies)
     EXPECT_FALSE(readTag(none, std::string(400, '\0'), kSearch));
 }
 
-// The debug report while the object lives.
-struct Report : Writer {
-    Report() { ZELDebugSetGlobalReport(this); }
-    ~Report() override { ZELDebugSetGlobalReport(nullptr); }
-    void write(const wchar_t* s, size_t n) override { text.append(s, n); }
-    void flush() override {}
-    std::wstring text;
-};
+using Report = testsupport::ReportCapture;
 
 TEST(APEv2, ValuesDecodedByItemTypeAndLatin1FallbackReported)
 {

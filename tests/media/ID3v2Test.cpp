@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "media/ID3v2.h"
+#include "support/ReportCapture.h"
 #include "support/TagBuilder.h"
 #include "support/TempDir.h"
 #include "zel/Debug.h"
@@ -60,14 +61,7 @@ size_t readAtEnd(ID3v2Frame& f, const std::string& bytes)
     return f.read(block.data(), block.data() + block.size());
 }
 
-// The debug report (traces and assertions) while the object lives.
-struct Report : Writer {
-    Report() { ZELDebugSetGlobalReport(this); }
-    ~Report() override { ZELDebugSetGlobalReport(nullptr); }
-    void write(const wchar_t* s, size_t n) override { text.append(s, n); }
-    void flush() override {}
-    std::wstring text;
-};
+using Report = testsupport::ReportCapture;
 
 const Frame kHello{"TIT2", textBody("Hello\0"s)}; // body of 7 bytes, 17 with its header
 const Frame kWorld{"TPE1", textBody("World")};
