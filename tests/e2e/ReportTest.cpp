@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "e2e/Program.h"
+#include "e2e/Unprivileged.h"
 #include "support/TagBuilder.h"
 #include "support/TempDir.h"
 
@@ -159,13 +160,6 @@ TEST_F(ReportTree, SingleFileIsReadWhateverItsName)
     EXPECT_NE(maskTimes(bak.out).find(block(expected[4], false)), std::string::npos) << bak.out;
 }
 
-void checkUnreadable(const testsupport::RunResult& r, const std::string& dir)
-{
-    EXPECT_NE(r.out.find("notes[Open Failed [" + dir + "/a-locked.mp3]]"), std::string::npos) << r.out << r.err;
-    EXPECT_NE(r.out.find("FILE[b-open.mp3]\n    tags[000] size[8567]"), std::string::npos) << r.out;
-    EXPECT_NE(r.err.find("IOException: Open Failed [" + dir + "/a-locked.mp3] (Permission denied)\n"), std::string::npos) << r.err;
-}
-
 TEST(ReportFiles, UnreadableFileDoesNotStopTheWalk)
 {
     testsupport::TempDir dir;
@@ -174,21 +168,10 @@ TEST(ReportFiles, UnreadableFileDoesNotStopTheWalk)
     writeFile(dir / "b-open.mp3", readFile(e2e::sample("sine-1s.mp3")));
     ::chmod((dir / "a-locked.mp3").c_str(), 0);
     ::chmod((dir / "b-open.mp3").c_str(), 0644);
-    // root reads a file of mode 000: run as nobody then, from a copy of the
-    // program that nobody may execute wherever the build tree lies.
-    std::vector<std::string> argv = {SONARCAT_BINARY, dir.path()};
-    if (::geteuid() == 0) {
-        testsupport::TempDir bin;
-        ::chmod(bin.path().c_str(), 0755);
-        argv[0] = bin / "sonarcat";
-        writeFile(argv[0], readFile(SONARCAT_BINARY));
-        ::chmod(argv[0].c_str(), 0755);
-        argv.insert(argv.begin(), {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
-        auto r = testsupport::runProgram(argv, testsupport::plainEnvironment());
-        checkUnreadable(r, dir.path());
-        return;
-    }
-    checkUnreadable(testsupport::runProgram(argv, testsupport::plainEnvironment()), dir.path());
+    auto r = e2e::Unprivileged().run({dir.path()});
+    EXPECT_NE(r.out.find("notes[Open Failed [" + dir.path() + "/a-locked.mp3]]"), std::string::npos) << r.out << r.err;
+    EXPECT_NE(r.out.find("FILE[b-open.mp3]\n    tags[000] size[8567]"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("IOException: Open Failed [" + dir.path() + "/a-locked.mp3] (Permission denied)\n"), std::string::npos) << r.err;
 }
 
 } // namespace
