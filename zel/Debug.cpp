@@ -61,8 +61,19 @@ private:
 Tally gOtherBlocks, gOtherBytes;
 Writer* gReport = nullptr;
 
+// The largest request since the last reset; a plain load on the common path.
+std::atomic<size_t> gLargest{0};
+
+void noteSize(size_t size)
+{
+    size_t seen = gLargest.load(std::memory_order_relaxed);
+    while (size > seen && !gLargest.compare_exchange_weak(seen, size, std::memory_order_relaxed)) {
+    }
+}
+
 void* allocPlain(size_t size)
 {
+    noteSize(size);
     if (size == 0) size = 1;
     auto* h = static_cast<PlainHeader*>(std::malloc(sizeof(PlainHeader) + size));
     if (!h) return nullptr;
@@ -75,6 +86,7 @@ void* allocPlain(size_t size)
 
 void* allocTracked(size_t size, int kind, const char* path, int line)
 {
+    noteSize(size);
     if (size == 0) size = 1;
     auto* h = static_cast<TrackedHeader*>(std::malloc(sizeof(TrackedHeader) + size));
     if (!h) return nullptr;
@@ -163,6 +175,9 @@ ZELDebugMemoryStatus ZELDebugMemory()
     std::lock_guard<std::mutex> lock(listLock());
     return {gOwnBlocks, gOwnBytes, gOtherBlocks.load(), gOtherBytes.load()};
 }
+
+size_t ZELDebugLargestBlock() { return gLargest.load(std::memory_order_relaxed); }
+void ZELDebugResetLargestBlock() { gLargest.store(0, std::memory_order_relaxed); }
 
 void ZELDebugDumpGlobalMemoryLeak(int level, Writer& out)
 {

@@ -59,6 +59,11 @@ struct ZELDebugMemoryStatus {
 };
 ZELDebugMemoryStatus ZELDebugMemory();
 
+// The largest single block asked for, of any kind, since the last reset (or
+// the start): lets a test bound what reading one file may allocate.
+size_t ZELDebugLargestBlock();
+void ZELDebugResetLargestBlock();
+
 } // namespace ZELd
 
 #define ZEL_HERE ZEL_SOURCE, __LINE__
