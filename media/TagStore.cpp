@@ -86,6 +86,9 @@ void TagReader::store(const FileInfo& file)
     try {
         connection->rollbackTrans();
     } catch (Exception*) {
+        // The walk stops on the rollback's failure; the failure that called
+        // for the rollback says what went wrong (a lost server, a full disk).
+        args().errout() << failure->toStringAll() << endl;
         failure->destroy();
         throw;
     }

@@ -86,8 +86,9 @@ public:
         add("password", setting(settings, "PASSWORD"));
         add("dbname", setting(settings, "DATABASE"));
         // A commit does not wait for the server's disk: a committed file
-        // survives a crash of this program; a crash of the server's machine can
-        // lose the last moments of commits, never half a file.
+        // survives a crash of this program; a crash of the server (an
+        // immediate shutdown included) or of its machine can lose the last
+        // moments of commits, never half a file.
         const std::string timeout = "10", encoding = "UTF8", application = "sonarcat", options = "-c synchronous_commit=off";
         add("connect_timeout", &timeout);
         add("client_encoding", &encoding);
@@ -145,6 +146,12 @@ public:
             PQclear(drain());
             leavePipeline();
         }
+        // The server ends the transaction of a lost connection by itself, but
+        // nothing more can be stored: the rollback fails and the walk stops.
+        if (conn_ && PQstatus(conn_) != CONNECTION_OK) {
+            error.message = "no connection to the server";
+            return false;
+        }
         return run("ROLLBACK", error);
     }
 
@@ -200,11 +207,13 @@ public:
     }
 
 private:
-    static bool check(PGresult* r, DriverError& error)
+    bool check(PGresult* r, DriverError& error) const
     {
         ExecStatusType status = PQresultStatus(r);
         if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
-        error.message = trimmed(r ? PQresultErrorMessage(r) : "no answer from the server");
+        // No result at all: the connection says why (a server that went away).
+        error.message = trimmed(r ? PQresultErrorMessage(r) : PQerrorMessage(conn_));
+        if (error.message.empty()) error.message = "no answer from the server";
         return false;
     }
 

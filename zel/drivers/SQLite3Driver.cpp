@@ -164,7 +164,13 @@ public:
     bool connected() override { return db_ != nullptr; }
     bool begin(DriverError& error) override { return run("BEGIN", error); }
     bool commit(DriverError& error) override { return run("COMMIT", error); }
-    bool rollback(DriverError& error) override { return run("ROLLBACK", error); }
+    bool rollback(DriverError& error) override
+    {
+        // A full disk or an I/O error can make SQLite roll the whole
+        // transaction back by itself: then there is nothing left to undo.
+        if (db_ && sqlite3_get_autocommit(db_)) return true;
+        return run("ROLLBACK", error);
+    }
     std::string placeholder(size_t index) override { return std::string(1, '?').append(std::to_string(index + 1)); }
 
     Statement* prepare(const std::string& sql, size_t, DriverError& error) override
