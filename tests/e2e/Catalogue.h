@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "support/RunProgram.h"
@@ -108,19 +109,20 @@ inline std::string settingOf(const std::string& settings, const std::string& key
 
 class PostgresCatalogue : public Catalogue {
 public:
+    // settings: a server other than the test server, in the same form.
+    explicit PostgresCatalogue(std::string settings = postgresSettings()) : settings_(std::move(settings)) {}
     ~PostgresCatalogue() override
     {
         if (!db_.empty()) psql("postgres", {"-c", "DROP DATABASE IF EXISTS " + db_ + " WITH (FORCE)"}, false);
     }
     std::string create() override
     {
-        const std::string settings = postgresSettings();
-        if (settings.empty()) return "";
+        if (settings_.empty()) return "";
         static std::atomic<int> serial{0};
         db_ = "sonarcat_test_" + std::to_string(::getpid()) + "_" + std::to_string(serial++);
         psql("postgres", {"-c", "CREATE DATABASE " + db_});
         psql(db_, {"-f", std::string(SONARCAT_SCHEMA_DIR) + "/postgresql.sql"});
-        return "DRIVER=ZELPostgreSQL;" + settings + ";DATABASE=" + db_;
+        return "DRIVER=ZELPostgreSQL;" + settings_ + ";DATABASE=" + db_;
     }
     std::vector<Row> rows(const std::string& sql) override
     {
@@ -139,7 +141,7 @@ public:
 private:
     std::string psql(const std::string& db, std::vector<std::string> args, bool check = true)
     {
-        const std::string s = postgresSettings();
+        const std::string& s = settings_;
         std::vector<std::string> argv = {"/usr/bin/psql", "-X", "-q", "-v", "ON_ERROR_STOP=1", "-h", settingOf(s, "SERVER"), "-p", settingOf(s, "PORT"),
                                          "-U", settingOf(s, "USER"), "-d", db};
         argv.insert(argv.end(), args.begin(), args.end());
@@ -149,7 +151,7 @@ private:
         if (check && r.status != 0) throw std::runtime_error("psql: " + r.err);
         return r.out;
     }
-    std::string db_;
+    std::string settings_, db_;
 };
 
 inline std::unique_ptr<Catalogue> makeCatalogue(const std::string& kind)

@@ -21,6 +21,22 @@ struct RunResult {
     bool timedOut = false;
 };
 
+// Appends what one of a program's pipes has ready to its sink; at the end of
+// the pipe, or on an error, closes it and counts it off.
+inline void readReady(pollfd& pipe, std::string& sink, int& open)
+{
+    if (pipe.fd < 0 || !(pipe.revents & (POLLIN | POLLHUP | POLLERR))) return;
+    char buf[65536];
+    const ssize_t n = ::read(pipe.fd, buf, sizeof buf);
+    if (n > 0) {
+        sink.append(buf, static_cast<size_t>(n));
+    } else if (n == 0 || errno != EINTR) {
+        ::close(pipe.fd);
+        pipe.fd = -1;
+        --open;
+    }
+}
+
 inline RunResult runProgram(const std::vector<std::string>& args, const std::vector<std::string>& env, int timeoutSeconds = 60)
 {
     RunResult r;
@@ -32,6 +48,9 @@ inline RunResult runProgram(const std::vector<std::string>& args, const std::vec
     posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
     posix_spawn_file_actions_addclose(&actions, outPipe[0]);
     posix_spawn_file_actions_addclose(&actions, errPipe[0]);
+    // Only 1 and 2 stay: a daemon that the program starts must not hold the pipes open.
+    posix_spawn_file_actions_addclose(&actions, outPipe[1]);
+    posix_spawn_file_actions_addclose(&actions, errPipe[1]);
     std::vector<char*> argv, envp;
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
@@ -59,18 +78,7 @@ inline RunResult runProgram(const std::vector<std::string>& args, const std::vec
             break;
         }
         if (::poll(fds, 2, static_cast<int>(left)) < 0 && errno != EINTR) break;
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-            char buf[65536];
-            ssize_t n = ::read(fds[i].fd, buf, sizeof buf);
-            if (n > 0) {
-                sinks[i]->append(buf, static_cast<size_t>(n));
-            } else {
-                ::close(fds[i].fd);
-                fds[i].fd = -1;
-                --open;
-            }
-        }
+        for (int i = 0; i < 2; ++i) readReady(fds[i], *sinks[i], open);
     }
     for (pollfd& f : fds)
         if (f.fd >= 0) ::close(f.fd);
