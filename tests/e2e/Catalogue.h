@@ -27,6 +27,8 @@ public:
     virtual std::string create() = 0;
     // Rows of a query; NULL reads as kNull.
     virtual std::vector<Row> rows(const std::string& sql) = 0;
+    // The number of rows of a table, as the client prints it.
+    std::string countOf(const std::string& table) { return rows("SELECT COUNT(*) FROM " + table).at(0).at(0); }
     virtual void exec(const std::string& sql) = 0;
     // The hexadecimal text of a bytes column, upper case.
     virtual std::string hex(const std::string& column) = 0;

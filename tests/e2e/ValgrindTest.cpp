@@ -15,12 +15,6 @@ using namespace tagfix;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 // Every file of the test data, and one that carries all three tag kinds.
 size_t makeTree(const std::string& root)
 {
@@ -42,16 +36,9 @@ size_t makeTree(const std::string& root)
     return files + 1;
 }
 
-size_t count(const std::string& text, const std::string& what)
-{
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 TEST(Valgrind, StoringRunHasNoMemoryErrorAndLosesNothing)
 {
-    if (kSanitized) GTEST_SKIP() << "the sanitizer build does not run under valgrind";
+    if (e2e::kSanitized) GTEST_SKIP() << "the sanitizer build does not run under valgrind";
     if (::access("/usr/bin/valgrind", X_OK) != 0) GTEST_SKIP() << "valgrind is not installed";
     testsupport::TempDir tree;
     const size_t files = makeTree(tree.path());
@@ -73,15 +60,15 @@ TEST(Valgrind, StoringRunHasNoMemoryErrorAndLosesNothing)
         EXPECT_TRUE(r.err.find("definitely lost: 0 bytes in 0 blocks") != std::string::npos ||
                     r.err.find("All heap blocks were freed") != std::string::npos)
             << r.err;
-        EXPECT_EQ(count(r.out, "\nFILE["), files) << r.out;
-        EXPECT_EQ(catalogue->rows("SELECT COUNT(*) FROM STOR_FILE").at(0).at(0), std::to_string(files));
-        EXPECT_EQ(catalogue->rows("SELECT COUNT(*) FROM APE_ITEM").at(0).at(0), "2");
+        EXPECT_EQ(e2e::occurrences(r.out, "\nFILE["), files) << r.out;
+        EXPECT_EQ(catalogue->countOf("STOR_FILE"), std::to_string(files));
+        EXPECT_EQ(catalogue->countOf("APE_ITEM"), "2");
 
         // valgrind replaces the allocator, so the program's own leak report
         // is read from the same run without it.
         auto plain = e2e::sonarcat(args);
         EXPECT_NE(plain.err.find(e2e::kCleanLeakReport), std::string::npos) << plain.err;
-        EXPECT_EQ(count(plain.out, "\nFILE["), files);
+        EXPECT_EQ(e2e::occurrences(plain.out, "\nFILE["), files);
     }
 }
 

@@ -18,12 +18,6 @@ using namespace tagfix;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 constexpr size_t kPerDirectory = 100;
 
 std::string makeTree(const testsupport::TempDir& top, size_t files)
@@ -52,13 +46,6 @@ std::string makeTree(const testsupport::TempDir& top, size_t files)
     return root;
 }
 
-size_t count(const std::string& text, const std::string& what)
-{
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 enum class Store { none, sqlite, postgres };
 
 struct Mode {
@@ -69,7 +56,7 @@ struct Mode {
 
 TEST(Memory, PeakDoesNotGrowWithTheTree)
 {
-    if (kSanitized) GTEST_SKIP() << "the sanitizer's quarantine grows with the run, not the program";
+    if (e2e::kSanitized) GTEST_SKIP() << "the sanitizer's quarantine grows with the run, not the program";
     if (::access("/usr/bin/time", X_OK) != 0) GTEST_SKIP() << "time(1) is not installed";
     testsupport::TempDir top;
     const std::string small = makeTree(top, 1000);
@@ -110,11 +97,11 @@ TEST(Memory, PeakDoesNotGrowWithTheTree)
             ASSERT_FALSE(r.timedOut) << mode.name;
             EXPECT_NE(r.err.find(e2e::kCleanLeakReport), std::string::npos) << mode.name << r.err.substr(0, 2000);
             if (mode.args.empty()) {
-                EXPECT_EQ(count(r.out, "\nFILE["), sizes[t]) << mode.name;
+                EXPECT_EQ(e2e::occurrences(r.out, "\nFILE["), sizes[t]) << mode.name;
             }
             if (catalogue) {
-                EXPECT_EQ(catalogue->rows("SELECT COUNT(*) FROM STOR_FILE").at(0).at(0), std::to_string(sizes[t])) << mode.name;
-                EXPECT_EQ(catalogue->rows("SELECT COUNT(*) FROM APE_ITEM").at(0).at(0), std::to_string(2 * sizes[t])) << mode.name;
+                EXPECT_EQ(catalogue->countOf("STOR_FILE"), std::to_string(sizes[t])) << mode.name;
+                EXPECT_EQ(catalogue->countOf("APE_ITEM"), std::to_string(2 * sizes[t])) << mode.name;
             }
             peak[t] = std::atol(readFile(peakFile).c_str());
         }
