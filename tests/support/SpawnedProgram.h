@@ -3,6 +3,7 @@
 // so that a full pipe never holds it up.
 #pragma once
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -15,9 +16,23 @@
 #include <unistd.h>
 #include <vector>
 
-#include "support/RunProgram.h"
-
 namespace testsupport {
+
+// Appends what one of a program's pipes has ready to its sink; at the end of
+// the pipe, or on an error, closes it and counts it off.
+inline void readReady(pollfd& pipe, std::string& sink, int& open)
+{
+    if (pipe.fd < 0 || !(pipe.revents & (POLLIN | POLLHUP | POLLERR))) return;
+    char buf[65536];
+    const ssize_t n = ::read(pipe.fd, buf, sizeof buf);
+    if (n > 0) {
+        sink.append(buf, static_cast<size_t>(n));
+    } else if (n == 0 || errno != EINTR) {
+        ::close(pipe.fd);
+        pipe.fd = -1;
+        --open;
+    }
+}
 
 struct Ending {
     std::string out;
@@ -76,6 +91,7 @@ public:
             int status = 0;
             ::waitpid(pid_, &status, 0);
         }
+        abandon_ = true;
         if (reader_.joinable()) reader_.join();
     }
 
@@ -119,21 +135,26 @@ public:
         if (pid_ > 0 && !ended_) ::kill(pid_, sig);
     }
 
-    // Waits for the end; a program still running after the time is killed.
+    // Waits for the end of the program and of its output; a program still
+    // running, or whose output is still open, after the time is killed.
     Ending finish(int timeoutSeconds = 60)
     {
         Ending e;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
-        while (running()) {
+        // What the program left running may hold its output open.
+        while (running() || (reader_.joinable() && !collected_)) {
             if (std::chrono::steady_clock::now() >= deadline) {
                 e.timedOut = true;
-                ::kill(pid_, SIGKILL);
-                int status = 0;
-                ::waitpid(pid_, &status, 0);
-                end(status);
+                abandon_ = true;
+                if (running()) {
+                    ::kill(pid_, SIGKILL);
+                    int status = 0;
+                    ::waitpid(pid_, &status, 0);
+                    end(status);
+                }
                 break;
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
         if (reader_.joinable()) reader_.join();
         e.out = out_;
@@ -155,8 +176,8 @@ private:
         pollfd fds[2] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
         std::string* sinks[2] = {&out_, &err_};
         int open = 2;
-        while (open > 0) {
-            if (::poll(fds, 2, -1) < 0) {
+        while (open > 0 && !abandon_) {
+            if (::poll(fds, 2, 50) < 0) {
                 if (errno == EINTR) continue;
                 break;
             }
@@ -164,11 +185,13 @@ private:
         }
         for (pollfd& f : fds)
             if (f.fd >= 0) ::close(f.fd);
+        collected_ = true;
     }
 
     pid_t pid_ = -1;
     bool ended_ = false;
     int status_ = 0;
+    std::atomic<bool> collected_{false}, abandon_{false};
     std::thread reader_;
     std::string out_, err_; // written by the reader only, read once it is done
 };
