@@ -7,7 +7,6 @@
 
 #include <arpa/inet.h>
 #include <chrono>
-#include <filesystem>
 #include <map>
 #include <netinet/in.h>
 #include <set>
@@ -206,7 +205,7 @@ inline void expectNextRunStoresAll(e2e::Catalogue& c, const std::string& databas
     }
 }
 
-inline size_t storedFiles(e2e::Catalogue& c) { return std::stoul(c.rows("SELECT COUNT(*) FROM STOR_FILE").at(0).at(0)); }
+inline size_t storedFiles(e2e::Catalogue& c) { return std::stoul(c.countOf("STOR_FILE")); }
 
 // What a look at a (paused) run finds.
 struct Moment {
@@ -263,13 +262,6 @@ inline bool pauseRun(testsupport::SpawnedProgram& run, e2e::Catalogue& c, size_t
     return false;
 }
 
-inline size_t occurrences(const std::string& text, const std::string& what)
-{
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 // The report ends as a finished run's does: the rule and the Finish line.
 inline bool closes(const std::string& out)
 {
@@ -293,13 +285,13 @@ inline void expectFilesBeyondTheLimitFailAlone(const Tree& tree, const Catalogue
     ASSERT_FALSE(end.timedOut);
     EXPECT_EQ(end.exitCode, 0) << end.err;
     EXPECT_TRUE(closes(end.out));
-    EXPECT_EQ(occurrences(end.out, "\nFILE["), tree.paths.size()) << "the walk stopped";
+    EXPECT_EQ(e2e::occurrences(end.out, "\nFILE["), tree.paths.size()) << "the walk stopped";
 
     const Catalogued after = readCatalogue(catalogue);
     expectWholeFiles(after, clean);
     EXPECT_GT(after.files.size(), 0u);
     EXPECT_LT(after.files.size(), tree.paths.size()) << "nothing failed: the limit does not bite";
-    EXPECT_EQ(occurrences(end.err, "SQLException: "), tree.paths.size() - after.files.size()) << "not one message for each file not stored";
+    EXPECT_EQ(e2e::occurrences(end.err, "SQLException: "), tree.paths.size() - after.files.size()) << "not one message for each file not stored";
     std::vector<std::string> unclear;
     for (size_t at = end.err.find("SQLException: "); at != std::string::npos; at = end.err.find("SQLException: ", at + 1)) {
         const std::string line = end.err.substr(at, end.err.find('\n', at) - at);
@@ -323,8 +315,6 @@ inline int freePort()
     return port;
 }
 
-inline std::vector<std::string> adminEnvironment() { return {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LANG=C.UTF-8"}; }
-
 // A PostgreSQL cluster of the test's own, which it may stop and start: the
 // shared test server serves other tests at the same time. .ci/postgres runs
 // it as its unprivileged user.
@@ -338,13 +328,6 @@ public:
         auto r = script({"start", cluster_, port_});
         if (r.status == 0) settings_ = r.out.substr(0, r.out.find('\n'));
         else error_ = r.out + r.err;
-        std::string newest;
-        std::error_code ec;
-        for (const auto& e : std::filesystem::directory_iterator("/usr/lib/postgresql", ec)) {
-            const std::string v = e.path().filename().string();
-            if (newest.empty() || std::stod(v) > std::stod(newest)) newest = v;
-        }
-        bin_ = "/usr/lib/postgresql/" + newest + "/bin/";
     }
     ~OwnServer() { script({"stop", cluster_}); }
 
@@ -352,28 +335,18 @@ public:
     const std::string& error() const { return error_; }
 
     // mode: how pg_ctl shuts the server down (fast, immediate).
-    testsupport::RunResult stop(const std::string& mode) { return pgctl({"-m", mode, "-w", "stop"}); }
-    testsupport::RunResult start()
-    {
-        return pgctl({"-l", cluster_ + "/server.log", "-w", "-o",
-                      "-c listen_addresses=127.0.0.1 -c port=" + port_ + " -c unix_socket_directories='" + cluster_ + "' -c fsync=off", "start"});
-    }
+    testsupport::RunResult stop(const std::string& mode) { return script({"halt", cluster_, mode}); }
+    testsupport::RunResult start() { return script({"resume", cluster_, port_}); }
 
 private:
     testsupport::RunResult script(std::vector<std::string> args)
     {
         args.insert(args.begin(), {"/bin/bash", std::string(SONARCAT_SOURCE_DIR) + "/.ci/postgres"});
-        return testsupport::runProgram(args, adminEnvironment(), 120);
-    }
-    testsupport::RunResult pgctl(const std::vector<std::string>& args)
-    {
-        std::vector<std::string> argv = {"/usr/sbin/runuser", "-u", "sonarcat-pg", "--", bin_ + "pg_ctl", "-D", cluster_ + "/data"};
-        argv.insert(argv.end(), args.begin(), args.end());
-        return testsupport::runProgram(argv, adminEnvironment(), 120);
+        return testsupport::runProgram(args, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LANG=C.UTF-8"}, 120);
     }
 
     testsupport::TempDir home_;
-    std::string cluster_, port_, bin_, settings_, error_;
+    std::string cluster_, port_, settings_, error_;
 };
 
 // A tree stored by a clean run into one catalogue on a server of the test's
@@ -433,9 +406,9 @@ inline void stopTheServerUnderARun(OwnServer& server, e2e::Catalogue& catalogue,
     const std::string cause = end.err.substr(0, at);
     EXPECT_NE(cause.find("SQLException: Cannot "), std::string::npos) << "the failure behind the rollback is not reported:\n" << end.err;
     EXPECT_TRUE(tellsOfALostServer(cause)) << end.err;
-    EXPECT_EQ(occurrences(end.err, "SQLException"), 2u) << end.err;
+    EXPECT_EQ(e2e::occurrences(end.err, "SQLException"), 2u) << end.err;
     EXPECT_TRUE(closes(end.out)) << end.out.substr(end.out.size() > 500 ? end.out.size() - 500 : 0);
-    const size_t walked = occurrences(end.out, "\nFILE[");
+    const size_t walked = e2e::occurrences(end.out, "\nFILE[");
     EXPECT_GT(walked, paused.stored - before);
     EXPECT_LT(walked, tree.paths.size()) << "the walk went on without the server";
 
