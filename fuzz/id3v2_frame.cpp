@@ -1,44 +1,24 @@
-// One ID3v2Frame::read on the input bytes, on behalf of a real tag of version
-// 2, 3 or 4 whose frame sizes read 8 or 7 bits a byte, as the first byte picks.
-// The frame bytes end the heap block exactly, so a read past them is caught.
+// One ID3v2Frame::read of the input, on behalf of a tag of version 2, 3 or 4
+// whose frame sizes read 8 or 7 bits a byte, as the first byte picks. The
+// frame ends its heap block exactly, so a read past it shows; and nothing
+// after the frame's own end may change what is read.
 #include "FuzzSupport.h"
 #include "media/ID3v2.h"
 #include "support/TagBuilder.h"
+#include "zel/Exception.h"
 #include "zel/File.h"
 
 using namespace ZELd;
-using tagfix::Frame;
 
 namespace {
 
-// Owners [version 2, 3, 4][sizes read 8, 7 bits a byte], each read from a tiny
-// tag: a small frame reads alike both ways, so 8 bits win; a 200-byte one with
-// seven-bit sizes and padding walks only with 7.
-struct Owners {
-    ID3v2 tags[3][2];
-    Owners()
-    {
-        for (int major = 2; major <= 4; ++major)
-            for (int seven = 0; seven < 2; ++seven) {
-                const Frame frame{major == 2 ? "TT2" : "TIT2", tagfix::textBody(seven ? std::string(199, 'a') : "x")};
-                const std::string bytes = tagfix::id3v2(major, {frame}, seven ? 100 : 0, 0, seven);
-                fuzzsupport::MemFile memory(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-                File file(memory.path(), 1, 438);
-                ID3v2& tag = tags[major - 2][seven];
-                if (!tag.read(file, nullptr) || tag.fsbits() != (seven ? 7 : 8)) std::abort();
-            }
-    }
-};
-
-// Reads one frame from n bytes that end their heap block exactly; used gets
-// what the frame says it occupies.
 String readFrame(const ID3v2& owner, const uint8_t* data, size_t n, size_t& used)
 {
-    const std::unique_ptr<char[]> bytes = fuzzsupport::heapCopy(data, n);
+    const std::unique_ptr<char[]> bytes(new char[n]);
+    if (n) std::memcpy(bytes.get(), data, n);
     ID3v2Frame frame(owner);
     used = frame.read(bytes.get(), bytes.get() + n);
-    FUZZ_CHECK(used >= owner.frameHeaderLength());
-    FUZZ_CHECK(frame.binary().length() <= n);
+    FUZZ_CHECK(used >= owner.frameHeaderLength() && frame.binary().length() <= n);
     return frame.toString();
 }
 
@@ -47,13 +27,22 @@ String readFrame(const ID3v2& owner, const uint8_t* data, size_t n, size_t& used
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     fuzzsupport::quiet();
-    static Owners owners; // made before the count of blocks starts
+    static ID3v2 owners[3][2]; // [version 2, 3, 4][sizes read 8, 7 bits a byte], read from tiny tags once
+    static const bool read = [] {
+        for (int major = 2; major <= 4; ++major)
+            for (int seven = 0; seven < 2; ++seven) {
+                const std::string body = tagfix::textBody(seven ? std::string(199, 'a') : "x"); // 200 bytes walk only with seven bits
+                fuzzsupport::MemFile memory(tagfix::id3v2(major, {{major == 2 ? "TT2" : "TIT2", body}}, seven ? 100 : 0, 0, seven));
+                File file(memory.path(), 1, 438);
+                FUZZ_CHECK(owners[major - 2][seven].read(file, nullptr) && owners[major - 2][seven].fsbits() == (seven ? 7 : 8));
+            }
+        return true;
+    }();
+    (void)read;
     fuzzsupport::OwnBlocks own;
     if (size < 1) return 0;
-    const ID3v2& owner = owners.tags[data[0] % 3][(data[0] / 3) % 2];
+    const ID3v2& owner = owners[data[0] % 3][(data[0] / 3) % 2];
     try {
-        // The frame as given, then cut right after its own end: nothing beyond
-        // the frame may change what is read (a frame needs a body to be read at all).
         size_t used = 0, again = 0;
         const String whole = readFrame(owner, data + 1, size - 1, used);
         if (used > owner.frameHeaderLength() && used < size - 1) FUZZ_CHECK(readFrame(owner, data + 1, used, again) == whole);

@@ -1,88 +1,252 @@
-// Faults while storing: the PostgreSQL server stopped under a run, the
-// program killed in the middle of a file, an SQLite file that cannot grow.
-// After each, every stored file has all of its rows, no row is left without
-// its file or directory, the program says what happened, and the next run
-// stores the whole tree with new ids.
+// Faults while storing: the PostgreSQL server stopped under a run, the program
+// killed in the middle of a file, an SQLite file that cannot grow. After each,
+// every stored file holds all of its rows and no row lacks its file or
+// directory, the program says what happened, and the next run stores the
+// whole tree again under new ids. Long runs repeat each fault ten times at
+// random depths into one catalogue, on a tree of 2,000 files.
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <filesystem>
-#include <ostream>
-#include <tuple>
-#include <unistd.h>
+#include <map>
+#include <random>
+#include <set>
 
-#include "e2e/StoringFaults.h"
+#include "support/Catalogue.h"
+#include "support/Tree.h"
 
-using faults::Catalogued;
+using namespace testsupport;
+using namespace tagfix;
 
 namespace {
 
-// 300 files; a fourth of them with 150 frames and 150 items.
-constexpr size_t kDirs = 10, kPerDir = 30, kHeavy = 150;
-// Files stored before the fault.
-constexpr size_t kFirst = 20;
+struct Scale {
+    size_t dirs, perDir, heavy; // every fourth file carries `heavy` frames and as many items
+    int rounds;
+};
+Scale scale() { return longRun() ? Scale{40, 50, 200, 10} : Scale{10, 30, 150, 1}; }
 
-faults::Tree makeTree(const testsupport::TempDir& dir) { return faults::makeTree(dir / "tree", kDirs, kPerDir, kHeavy); }
+// Files with from no rows to hundreds; every value names its file.
+std::vector<std::string> makeTree(const Tree& tree, const Scale& s)
+{
+    const std::string audio = readFile(dataFile("sine-1s.mp3"));
+    std::vector<std::string> paths;
+    for (size_t i = 0; i < s.dirs * s.perDir; ++i) {
+        const std::string tag = "file " + std::to_string(i), f = std::to_string(i % s.perDir), dir = "d" + std::to_string(i / s.perDir) + "/";
+        std::vector<Frame> frames;
+        std::vector<ApeItem> items;
+        for (size_t j = 0; i % 4 == 0 && j < s.heavy; ++j) {
+            const std::string n = std::to_string(j);
+            frames.push_back(j % 2 ? Frame{"COMM", std::string("\0eng", 4) + n + '\0' + tag} : Frame{"PRIV", "owner" + n + '\0' + std::string(j % 90 + 1, 'a')});
+            items.push_back({"Key" + n, tag + " item " + n});
+        }
+        const std::string bytes[] = {id3v2(3, frames, 16) + audio + ape(2000, items, true) + id3v1(tag, "Artist", "", "2001", "", 3, 17),
+                                     id3v2(4, {{"TIT2", textBody(tag)}}) + audio + id3v1(tag), audio + ape(1000, {{"Title", tag}}, false), audio};
+        paths.push_back(tree.file(dir + (i % 10 == 3 ? "notes" + f + ".txt" : "f" + f + ".mp3"), bytes[i % 4]));
+    }
+    return paths;
+}
 
-struct Shutdown {
-    const char* mode; // pg_ctl -m
-    faults::Where where;
+// The stored files in id order: path and the number of rows in each tag table.
+struct Stored {
+    std::vector<std::pair<long long, std::string>> files;
+    long long lastDir = 0;
+    long long orphans = 0; // rows without their file, directory or tag row; directory rows without a file
 };
 
-void PrintTo(const Shutdown& s, std::ostream* os) { *os << s.mode << (s.where == faults::Where::InAFile ? " in a file" : " between files"); }
-
-class ServerStopped : public ::testing::TestWithParam<Shutdown> {};
-
-TEST_P(ServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
+Stored read(const Catalogue& c)
 {
-    if (e2e::postgresSettings().empty()) GTEST_SKIP() << "no PostgreSQL environment: set SONARCAT_TEST_POSTGRES (.ci/run does)";
-    if (::geteuid() != 0) GTEST_SKIP() << "a server of the test's own is started as its own user: needs root";
-    faults::OnOwnServer own(kDirs, kPerDir, kHeavy);
-    ASSERT_FALSE(own.database.empty()) << own.server.error();
-
-    faults::stopTheServerUnderARun(own.server, own.catalogue, own.database, own.tree, own.clean, GetParam().mode, GetParam().where, kFirst);
-    faults::expectNextRunStoresAll(own.catalogue, own.database, own.tree, own.clean);
+    Stored s;
+    std::string counts;
+    for (const char* t : {"ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"}) counts += std::string(", (SELECT COUNT(*) FROM ") + t + " t WHERE t.FILE_ID = f.FILE_ID)";
+    for (const Row& r : c.rows("SELECT f.FILE_ID, d.PATH, f.NAME" + counts + " FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID ORDER BY f.FILE_ID"))
+        s.files.emplace_back(std::stoll(r[0]), r[1] + r[2] + " " + r[3] + " " + r[4] + " " + r[5] + " " + r[6] + " " + r[7]);
+    s.lastDir = std::stoll(c.rows("SELECT COALESCE(MAX(DIR_ID), 0) FROM STOR_DIR").at(0).at(0));
+    for (const char* q : {"STOR_FILE WHERE DIR_ID NOT IN (SELECT DIR_ID FROM STOR_DIR)", "STOR_DIR WHERE DIR_ID NOT IN (SELECT DIR_ID FROM STOR_FILE)",
+                                 "ID3V1 WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)", "ID3V2 WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)",
+                                 "ID3V2_FRAME WHERE FILE_ID NOT IN (SELECT FILE_ID FROM ID3V2)", "APE WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)",
+                                 "APE_ITEM WHERE FILE_ID NOT IN (SELECT FILE_ID FROM APE)"})
+        s.orphans += std::stoll(c.count(q));
+    return s;
 }
 
-// A fast shutdown ends the server's connections with a message, an
-// immediate one kills the server at once. Inside a file the run learns it
-// from the answers to its rows, between files from the next file's.
-INSTANTIATE_TEST_SUITE_P(Shutdowns, ServerStopped,
-                         ::testing::Values(Shutdown{"fast", faults::Where::InAFile}, Shutdown{"immediate", faults::Where::BetweenFiles}),
-                         [](const auto& info) { return std::string(info.param.mode) + (info.param.where == faults::Where::InAFile ? "_InAFile" : "_BetweenFiles"); });
-
-class Killed : public ::testing::TestWithParam<std::tuple<std::string, int>> {};
-
-TEST_P(Killed, InTheMiddleOfAFileLeavesNothingOfIt)
+// Every stored file is whole: it holds the rows that a clean run stored for its path.
+void expectWhole(const Stored& got, const std::set<std::string>& clean)
 {
-    const auto& [kind, signal] = GetParam();
-    auto reference = e2e::makeCatalogue(kind), catalogue = e2e::makeCatalogue(kind);
-    const std::string referenceDatabase = reference->create(), database = catalogue->create();
-    if (database.empty()) GTEST_SKIP() << "no PostgreSQL server: set SONARCAT_TEST_POSTGRES (.ci/run does)";
-    testsupport::TempDir dir;
-    const faults::Tree tree = makeTree(dir);
-    const Catalogued clean = faults::cleanRun(*reference, referenceDatabase, tree);
-
-    faults::killARun(*catalogue, database, tree, clean, signal, kFirst);
-    faults::expectNextRunStoresAll(*catalogue, database, tree, clean);
+    EXPECT_EQ(got.orphans, 0);
+    int wrong = 0;
+    for (const auto& [id, file] : got.files)
+        if (!clean.count(file) && ++wrong <= 10) ADD_FAILURE() << "FILE_ID " << id << " is stored in part: " << file;
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, Killed, ::testing::Combine(::testing::Values("SQLite", "PostgreSQL"), ::testing::Values(SIGKILL, SIGINT)),
-                         [](const auto& info) {
-                             return std::get<0>(info.param) + (std::get<1>(info.param) == SIGKILL ? "_SIGKILL" : "_SIGINT");
-                         });
-
-// A database file bounded in size: the first file that does not fit fails,
-// and so does every one after it, each on its own; the walk goes to the end.
-TEST(DiskFull, EveryFileThatDoesNotFitFailsWholeAndTheWalkGoesOn)
+// A run without the fault stores every file once more, whole, above the earlier ids, and changes nothing earlier.
+void expectNextRunStoresAll(const Catalogue& c, const std::vector<std::string>& paths, const std::set<std::string>& clean, const std::string& top)
 {
-    testsupport::TempDir dir;
-    const faults::Tree tree = makeTree(dir);
-    e2e::SQLiteCatalogue reference;
-    const Catalogued clean = faults::cleanRun(reference, reference.create(), tree);
-    // The write-ahead log reaches a fourth of the full size long before it is
-    // copied into the database file: its growth fails.
-    faults::expectFilesBeyondTheLimitFailAlone(tree, clean, std::filesystem::file_size(reference.file()) / 4);
+    const Stored before = read(c);
+    const Result r = sonarcat({"--database=" + c.database(), top}, {}, 600);
+    EXPECT_EQ(r.err.find("Exception"), std::string::npos) << r.err;
+    const Stored after = read(c);
+    expectWhole(after, clean);
+    ASSERT_EQ(after.files.size(), before.files.size() + paths.size());
+    EXPECT_TRUE(std::equal(before.files.begin(), before.files.end(), after.files.begin())) << "earlier files changed";
+    std::multiset<std::string> stored, expected(paths.begin(), paths.end());
+    for (size_t i = before.files.size(); i < after.files.size(); ++i) stored.insert(after.files[i].second.substr(0, after.files[i].second.find(' ')));
+    EXPECT_EQ(stored, expected);
+    EXPECT_GT(after.lastDir, before.lastDir);
+}
+
+// What a look at a (paused) run finds: the files committed, and whether the run
+// holds a transaction that has written rows.
+std::pair<size_t, bool> look(const Catalogue& c)
+{
+    if (!c.engine().variable) { // a second writer is refused while the run's transaction holds rows; the client does not wait
+        const Result r = run({"/usr/bin/sqlite3", "-bail", c.file(), "SELECT COUNT(*) FROM STOR_FILE; BEGIN IMMEDIATE; ROLLBACK;"});
+        return {r.out.empty() ? 0 : std::stoul(r.out), r.status != 0 && r.err.find("database is locked") != std::string::npos};
+    }
+    const Row r = c.rows("SELECT (SELECT COUNT(*) FROM STOR_FILE), (SELECT COUNT(*) FROM pg_stat_activity WHERE datname = current_database() "
+                         "AND application_name = 'sonarcat' AND backend_xid IS NOT NULL)").at(0);
+    return {std::stoul(r[0]), r[1] == "1"};
+}
+
+// Lets the run store `first` files, then pauses it inside a file's
+// transaction or between files (anywhere, when many tries miss). False when it ended first.
+bool pauseRun(Program& run, const Catalogue& c, size_t first, bool inAFile, std::pair<size_t, bool>& at)
+{
+    while (look(c).first < first)
+        if (!run.running()) return false;
+    for (int attempt = 0; attempt < 400; ++attempt) {
+        if (!run.pause()) return false;
+        at = look(c);
+        if (at.second == inAFile || attempt >= 200) return true;
+        run.resume();
+        std::this_thread::sleep_for(std::chrono::microseconds(200 + attempt * 397 % 3000));
+    }
+    return false;
+}
+
+bool closes(const std::string& out) { return out.rfind(std::string(80, '=') + "\nFinish [") == out.rfind(std::string(80, '=')) && out.ends_with("]\n"); }
+
+// A tree, and the rows of a clean run of it.
+struct Stage {
+    explicit Stage(const std::string& engine, const std::string& settings = "") : catalogue(engine, settings), reference(engine, settings)
+    {
+        if (catalogue.database().empty()) return;
+        sonarcat({"--database=" + reference.database(), tree.root()}, {}, 600);
+        for (const auto& [id, file] : read(reference).files) clean.insert(file);
+        EXPECT_EQ(clean.size(), paths.size()) << "the clean run did not store the whole tree";
+    }
+    Catalogue catalogue, reference;
+    TempDir dir;
+    Tree tree{dir / "tree"};
+    std::vector<std::string> paths = makeTree(tree, scale());
+    std::set<std::string> clean;
+    std::mt19937 random{7};
+    size_t depth() { return paths.size() * 3 / 4 == 0 ? 1 : 1 + random() % (paths.size() * 3 / 4); }
+};
+
+class ScaledKilled : public ::testing::TestWithParam<std::tuple<std::string, int>> {};
+
+// Nothing of the file in hand stays; the files committed before it do, whole
+// (paused in its commit, the file in hand may be committed already).
+TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
+{
+    const auto& [engine, signal] = GetParam();
+    Stage stage(engine);
+    if (stage.catalogue.database().empty()) GTEST_SKIP() << stage.catalogue.unreachable();
+    for (int round = 0; round < scale().rounds && !HasFailure(); ++round) {
+        Program run({SONARCAT_BINARY, "--database=" + stage.catalogue.database(), stage.tree.root()});
+        std::pair<size_t, bool> paused;
+        ASSERT_TRUE(pauseRun(run, stage.catalogue, read(stage.catalogue).files.size() + stage.depth(), true, paused)) << "the run ended first";
+        run.signal(signal);
+        run.resume();
+        const Result end = run.finish();
+        EXPECT_TRUE(paused.second) << "never paused inside a file's transaction";
+        EXPECT_EQ(end.signal, signal) << end.err;
+        const Stored after = read(stage.catalogue);
+        EXPECT_GE(after.files.size(), paused.first);
+        EXPECT_LE(after.files.size(), paused.first + 1);
+        expectWhole(after, stage.clean);
+    }
+    expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, ScaledKilled, ::testing::Combine(::testing::ValuesIn(engineNames()), ::testing::Values(SIGKILL, SIGINT)),
+                         [](const auto& info) { return std::get<0>(info.param) + (std::get<1>(info.param) == SIGKILL ? "_SIGKILL" : "_SIGINT"); });
+
+// A PostgreSQL cluster of the test's own, which it may stop and start again.
+struct OwnServer {
+    OwnServer() : started(control("start")), settings(started.status ? "" : started.out.substr(0, started.out.find('\n'))) {}
+    ~OwnServer() { control("stop"); }
+    Result control(const std::string& action, const std::string& mode = "")
+    {
+        ::chmod(home.path().c_str(), 0755);
+        return run({"/bin/bash", SONARCAT_SOURCE_DIR "/.ci/postgres", action, home / "cluster", mode}, {environment("C.UTF-8")}, 120);
+    }
+    TempDir home;
+    Result started;
+    std::string settings;
+};
+
+// The file in hand fails with the cause, its rollback cannot reach the server,
+// the walk stops there with the closing lines, and every file stored is whole.
+// A fast shutdown keeps every commit; an immediate one may lose the last, whole.
+TEST(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
+{
+    if (!std::getenv("SONARCAT_TEST_POSTGRES")) GTEST_SKIP() << "no PostgreSQL server: set SONARCAT_TEST_POSTGRES (.ci/run does)";
+    if (::geteuid() != 0) GTEST_SKIP() << "a server of the test's own runs as its own user: needs root";
+    OwnServer server;
+    ASSERT_FALSE(server.settings.empty()) << server.started.out << server.started.err;
+    Stage stage("PostgreSQL", server.settings);
+    const struct { const char* mode; bool inAFile; } faults[] = {{"fast", true}, {"immediate", false}};
+    for (int round = 0; round < 2 * scale().rounds && !HasFailure(); ++round) {
+        const auto [mode, inAFile] = faults[round % 2];
+        SCOPED_TRACE(std::string(mode) + (inAFile ? " in a file" : " between files"));
+        const size_t before = read(stage.catalogue).files.size();
+        Program run({SONARCAT_BINARY, "--database=" + stage.catalogue.database(), stage.tree.root()});
+        std::pair<size_t, bool> paused;
+        ASSERT_TRUE(pauseRun(run, stage.catalogue, before + stage.depth(), inAFile, paused)) << "the run ended first";
+        ASSERT_EQ(server.control("halt", mode).status, 0);
+        run.resume();
+        const Result end = run.finish();
+        ASSERT_FALSE(end.timedOut) << "the program hangs once the server is gone";
+        const size_t rollback = end.err.find("SQLException: Cannot roll back: no connection to the server\n");
+        ASSERT_NE(rollback, std::string::npos) << end.err;
+        bool told = false;
+        for (const char* cause : {"terminating connection due to", "server closed the connection unexpectedly", "could not send data to server",
+                                  "could not receive data from server"})
+            told = told || end.err.rfind(cause, rollback) != std::string::npos;
+        EXPECT_TRUE(told && end.err.find("SQLException: Cannot ") < rollback) << "the failure behind the rollback is not reported:\n" << end.err;
+        EXPECT_EQ(occurrences(end.err, "SQLException"), 2u) << end.err;
+        EXPECT_TRUE(closes(end.out));
+        EXPECT_LT(occurrences(end.out, "\nFILE["), stage.paths.size()) << "the walk went on without the server";
+        ASSERT_EQ(server.control("resume").status, 0);
+        const Stored after = read(stage.catalogue);
+        expectWhole(after, stage.clean);
+        EXPECT_GE(after.files.size(), std::string(mode) == "fast" ? paused.first : before);
+        EXPECT_LE(after.files.size(), paused.first + 1);
+    }
+    expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
+}
+
+// An SQLite file bounded in size: every file that does not fit fails on its
+// own with the cause, and the walk goes to the end. Long runs set the bound
+// above what the write-ahead log grows to, so that copying the log reaches it.
+TEST(ScaledDiskFull, EveryFileThatDoesNotFitFailsWholeAndTheWalkGoesOn)
+{
+    Stage stage("SQLite");
+    const uintmax_t full = std::filesystem::file_size(stage.reference.file());
+    Launch bounded;
+    bounded.fileSizeLimit = static_cast<long long>(longRun() ? ((5 << 20) + full) / 2 : full / 4);
+    ASSERT_TRUE(!longRun() || full > 2 * (5 << 20)) << "the tree is too small to fill more than the log";
+    const Result end = sonarcat({"--database=" + stage.catalogue.database(), stage.tree.root()}, bounded, 600);
+    EXPECT_TRUE(closes(end.out));
+    EXPECT_EQ(occurrences(end.out, "\nFILE["), stage.paths.size()) << "the walk stopped";
+    const Stored after = read(stage.catalogue);
+    expectWhole(after, stage.clean);
+    EXPECT_GT(after.files.size(), 0u);
+    EXPECT_LT(after.files.size(), stage.paths.size()) << "the bound does not bite";
+    EXPECT_EQ(occurrences(end.err, "SQLException: "), stage.paths.size() - after.files.size()) << "not one message for each file not stored";
+    EXPECT_EQ(occurrences(end.err, "SQLException: "), occurrences(end.err, ": disk I/O error") + occurrences(end.err, ": database or disk is full"));
+    expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
 }
 
 } // namespace

@@ -1,50 +1,99 @@
-// File: reading, seeking, and refusing what is not a regular file.
+// Files and writers: reading and seeking (a place before the start is the
+// start), directories closed out of turn, two writers on one pipe, failures.
+#define ZEL_SOURCE "tests/zel/FilesTest"
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
+#include <memory>
 #include <string>
 
-#include <gtest/gtest.h>
-
-#include "TestSupport.h"
+#include "support/TagBuilder.h"
+#include "support/TempDir.h"
+#include "zel/Dir.h"
+#include "zel/Exception.h"
 #include "zel/File.h"
+#include "zel/FileName.h"
+#include "zel/Writer.h"
 
 using namespace ZELd;
-using zeltest::name;
 
 namespace {
 
-TEST(File, ReadSeekAndTheEnd)
+String name(const std::string& native) { return fromNativePath(native.c_str()); }
+
+TEST(File, ReadAndSeek)
 {
-    const std::string twenty = "0123456789abcdefghij";
-    zeltest::TempDir dir;
-    std::ofstream(dir / "twenty", std::ios::binary) << twenty;
+    testsupport::TempDir dir;
+    tagfix::writeFile(dir / "twenty", "0123456789abcdefghij");
     File f(name(dir / "twenty"), 1, 0666);
     EXPECT_EQ(f.size(), 20u);
     char buffer[160];
     ASSERT_EQ(f.read(buffer, 8), 8u);
-    EXPECT_EQ(std::string(buffer, 8), "01234567");
-    ASSERT_EQ(f.read(buffer, sizeof buffer), 12u); // a short read at the end
+    ASSERT_EQ(f.read(buffer, sizeof buffer), 12u); // short at the end
     EXPECT_EQ(std::string(buffer, 12), "89abcdefghij");
-    EXPECT_EQ(f.read(buffer, sizeof buffer), 0u);
-
-    // A place before the start stops at the start.
-    struct { long long offset; int origin; long long place; } moves[] = {
-        {5, 0, 5}, {3, 1, 8}, {-4, 2, 16}, {-100, 1, 0}, {7, 0, 7}, {-160, 2, 0}};
-    for (const auto& m : moves) EXPECT_EQ(f.seek(m.offset, m.origin), m.place) << m.offset << "/" << m.origin;
+    const struct { long long offset; int origin, place; } moves[] = {{5, 0, 5}, {3, 1, 8}, {-4, 2, 16}, {-100, 1, 0}, {-160, 2, 0}};
+    for (const auto& m : moves) EXPECT_EQ(f.seek(m.offset, m.origin), m.place) << m.offset << "/" << m.origin; // before the start: the start
     ASSERT_EQ(f.read(buffer, sizeof buffer), 20u);
-    EXPECT_EQ(std::string(buffer, 20), twenty);
 }
 
-TEST(File, RefusesWhatIsNotARegularFileWithoutBlocking)
+TEST(Dir, ClosedOutOfTurnOnlyTheOpenOnesCount)
 {
-    zeltest::TempDir dir;
-    ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
-    ASSERT_EQ(::mkdir((dir / "sub").c_str(), 0755), 0);
-    ::alarm(10); // a FIFO without a writer would block forever: the alarm ends the run instead
-    for (const char* n : {"fifo", "sub"}) EXPECT_TRUE(zeltest::throws<IOException>([&] { File f(name(dir / n), 1, 0666); })) << n;
-    ::alarm(0);
+    testsupport::TempDir dir;
+    ::mkdir((dir / "a").c_str(), 0755);
+    ::mkdir((dir / "b").c_str(), 0755);
+    ASSERT_EQ(::symlink("../a", (dir / "b/to-a").c_str()), 0);
+    std::unique_ptr<Dir> outer(ZEL_NEW Dir(name(dir / "a"))), inner(ZEL_NEW Dir(name(dir / "b")));
+    outer.reset(); // closed before the one opened after it: a is no longer above b
+    Dir::Entry e;
+    ASSERT_TRUE(inner->read(e));
+    EXPECT_TRUE(e.isDir()) << "to-a is not yielded as a directory";
+    inner.reset();
+    Dir again(name(dir / "b"));
+    ASSERT_TRUE(again.read(e) && e.isDir()) << "a closed directory is left in the chain";
+}
+
+TEST(FileWriter, TwoWritersOnOnePipeKeepTheirOrderAndAFailureIsReportedOnce)
+{
+    int fds[2];
+    ASSERT_EQ(::pipe2(fds, O_CLOEXEC | O_NONBLOCK), 0);
+    std::string seen;
+    auto take = [&] {
+        char b[256];
+        for (ssize_t n; (n = ::read(fds[0], b, sizeof b)) > 0;) seen.append(b, static_cast<size_t>(n));
+        return seen;
+    };
+    {
+        FileWriter out(fds[1], nullptr), err(fds[1], nullptr);
+        err.tie(&out);
+        err.setLineFlush(true);
+        out << L"one" << endl;
+        EXPECT_EQ(take(), "");
+        err << L"two" << endl; // the output writer first, then the line
+        EXPECT_EQ(take(), "one\ntwo\n");
+        err << L"three";
+        EXPECT_EQ(take(), "one\ntwo\n") << "not a whole line yet";
+    }
+    EXPECT_EQ(take(), "one\ntwo\nthree");
+    ::close(fds[0]);
+    ::close(fds[1]);
+
+    const int readOnly = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    FileWriter w(readOnly, nullptr);
+    int failures = 0;
+    for (const wchar_t* text : {L"lost", L"also lost"}) {
+        try {
+            w << text;
+            w.flush();
+        } catch (IOException* e) {
+            ++failures;
+            e->destroy();
+        }
+    }
+    EXPECT_EQ(failures, 1) << "a failed writer says so once";
+    ::close(readOnly);
 }
 
 } // namespace

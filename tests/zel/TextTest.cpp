@@ -1,68 +1,57 @@
-// String: regular expressions (search, substring, replace_r) and the tryString preview.
-#include <string>
-
+// Text the end-to-end reports do not pin down: what each decoder refuses,
+// UTF-16 byte-order marks and surrogates, tryString, trim and dates.
 #include <gtest/gtest.h>
 
-#include "zel/String.h"
+#include <string>
 
-using ZELd::String;
+#include "zel/DateTime.h"
+#include "zel/Decoders.h"
+#include "zel/Exception.h"
+
+using namespace ZELd;
+using namespace std::string_literals;
 
 namespace {
 
-TEST(String, SearchAndSubstring)
+// The decoded text, or "refused" when the decoder throws CharsetConvertException.
+template <class D>
+std::wstring decoded(const D& decoder, const std::string& bytes)
 {
-    const size_t none = String::npos;
-    struct { const wchar_t *in, *pattern; bool ignoreCase; size_t at; const wchar_t* found; } cases[] = {
-        {L"Driver=x;DRIVER = SQLite3; user=me", L"DRIVER *= *[^;]+", false, 9, L"DRIVER = SQLite3"},
-        {L"Driver=x;DRIVER = SQLite3; user=me", L"DRIVER *=", true, 0, L"Driver="},
-        {L"database=a.db; driver=SQLite3;user=x", L"DRIVER *= *[^;]+", true, 15, L"driver=SQLite3"},
-        {L"database=a.db; driver=SQLite3;user=x", L"DRIVER *= *[^;]+", false, none, L""},
-        {L"année été", L"été", false, 6, L"été"},                // characters, not bytes
-        {L"ÉTÉ", L"été", true, 0, L"ÉTÉ"},                       // case beyond ASCII
-        {L"bad\xDCFF.MP3", L"\\.mp3$", true, 4, L".MP3"},      // a name holding an escaped byte
-        {L"abc", L"(", false, none, L""},                        // a pattern that does not compile matches nothing
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(String(c.in).search(c.pattern, c.ignoreCase), c.at) << c.pattern << " in " << c.in;
-        EXPECT_EQ(String(c.in).substring(c.pattern, c.ignoreCase).str(), c.found) << c.pattern << " in " << c.in;
+    try {
+        return decoder.decode(bytes.data(), bytes.size()).str();
+    } catch (CharsetConvertException* e) {
+        e->destroy();
+        return L"refused";
     }
 }
 
-TEST(String, ReplaceRegex)
+TEST(Text, DecodersTryStringTrimAndDates)
 {
-    const size_t all = String::npos;
-    struct { const wchar_t *in, *pattern, *replacement; bool ignoreCase; size_t max; const wchar_t* out; } cases[] = {
-        {L"a  b\t\tc d   e", L"[ \t]{2,}", L" ", false, all, L"a b c d e"},
-        {L"a  b\t\tc d   e", L"[ \t]{2,}", L" ", false, 1, L"a b\t\tc d   e"},
-        {L"General\nComplete name : /x/y.mp3\nFormat : MPEG\n", L"Complete name[^\n]+\n", L"", true, all, L"General\nFormat : MPEG\n"},
-        {L"DRIVER=a;driver=b", L"driver", L"D", true, all, L"D=a;D=b"},
-        {L"a.b", L"\\.", L"$1\\0", false, all, L"a$1\\0b"}, // the replacement is taken literally
-        {L"abc", L"(", L"-", false, all, L"abc"},
-        // Empty matches move on by one character and end.
-        {L"abc", L"x*", L"-", false, all, L"-a-b-c-"},
-        {L"xxa", L"x*", L"-", false, all, L"--a-"},
-        {L"", L"", L"!", false, all, L"!"},
-        {L"abc", L"", L"-", false, 2, L"-a-bc"},
+    EXPECT_EQ(decoded(AsciiDecoder(), "ab\x7F"), L"ab\x7F");
+    EXPECT_EQ(decoded(AsciiDecoder(), "ab\x80"), L"refused");
+    EXPECT_EQ(decoded(Latin1Decoder(), "\x80\xFF"), L"\x80\xFF");
+    const struct { std::string bytes; std::wstring text; } utf8[] = {
+        {"a\0b"s, L"a\0b"s}, {"\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEF\xBF\xBF", L"\x80\x7FF\x800\xD7FF\xFFFF"}, {"\xF4\x8F\xBF\xBF", L"\U0010FFFF"},
+        // overlong, surrogates, above U+10FFFF, stray, truncated, bad continuation
+        {"\xC0\x80", L"refused"}, {"\xE0\x9F\xBF", L"refused"}, {"\xF0\x8F\xBF\xBF", L"refused"}, {"\xED\xA0\x80", L"refused"}, {"\xF4\x90\x80\x80", L"refused"},
+        {"\xF8\x88\x80\x80\x80", L"refused"}, {"\x80", L"refused"}, {"ok\xC3", L"refused"}, {"\xF0\x9F\x98", L"refused"}, {"\xC3\x41", L"refused"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(String(c.in).replace_r(c.pattern, c.replacement, c.ignoreCase, c.max).str(), c.out) << c.pattern << " on " << c.in;
-}
-
-TEST(String, TryString)
-{
-    struct { std::string bytes; size_t max; const wchar_t* out; } cases[] = {
-        {"caf\xC3\xA9 \xE2\x82\xAC", 100, L"café €"},
-        {"tab\there\r\n", 100, L"tab\there\r\n"},
-        // Control characters or bytes that are not UTF-8: every byte on its own, the UTF-8 ones too.
-        {std::string("a\0b", 3), 100, L"a.b"},
-        {"caf\xE9", 100, L"café"},
-        {"a\tb\x01\r\n", 100, L"a.b..."}, // tabs and line breaks too: a preview stays on its line
-        {"\xC3\xA9\x01", 100, L"\xC3\xA9."},
-        {"\x80\x9F\xA0\x7F", 100, L"..\xA0."}, // C1 and DEL are not printable
-        {"ab\x01" "def", 4, L"ab.d"},
-        {"\xC3\xA9\xE2\x82\xAC" "x", 2, L"é€"},
+    for (const auto& c : utf8) EXPECT_EQ(decoded(UTF8Decoder(), c.bytes), c.text) << testing::PrintToString(c.bytes);
+    const struct { int order; std::string bytes; std::wstring text; } utf16[] = {
+        {1234, "A\0B\0"s, L"AB"}, {4321, "\0A\0B"s, L"AB"}, {4321, "\xFF\xFE" "A\0"s, L"A"}, {1234, "\xFE\xFF\0A"s, L"A"}, // a leading mark chooses the order
+        {1234, "A\0\xFF\xFE"s, L"A\xFEFF"}, {1234, "A\0B"s, L"A"}, {1234, "\x3D\xD8\x00\xDE"s, L"\U0001F600"}, {4321, "\xD8\x3D\xDE\x00"s, L"\U0001F600"},
+        {1234, "\x3D\xD8\x41\0"s, L"\xFFFD" L"A"}, {1234, "\x00\xDE\x41\0"s, L"\xFFFD" L"A"}, {1234, "\x3D\xD8\0"s, L"\xFFFD"},
     };
-    for (const auto& c : cases) EXPECT_EQ(String::tryString(c.bytes.data(), c.bytes.size(), c.max).str(), c.out) << c.bytes;
+    for (const auto& c : utf16) EXPECT_EQ(decoded(UTF16Decoder(c.order), c.bytes), c.text) << testing::PrintToString(c.bytes);
+    const struct { std::string bytes; size_t max; const wchar_t* out; } tries[] = {
+        {"caf\xC3\xA9 \xE2\x82\xAC", 100, L"café €"}, {"tab\there\r\n", 100, L"tab\there\r\n"}, {"a\0b"s, 100, L"a.b"}, {"caf\xE9", 100, L"café"},
+        {"a\tb\x01\r\n", 100, L"a.b..."}, {"\x80\x9F\xA0\x7F", 100, L"..\xA0."}, {"ab\x01" "def", 4, L"ab.d"}, {"\xC3\xA9\xE2\x82\xAC" "x", 2, L"é€"},
+    };
+    for (const auto& c : tries) EXPECT_EQ(String::tryString(c.bytes.data(), c.bytes.size(), c.max).str(), c.out) << c.bytes;
+    EXPECT_EQ(String(L"\t\x01 a b\r\n ").trim().str(), L"a b");
+    ::setenv("TZ", "UTC", 1);
+    ::tzset();
+    EXPECT_EQ(DateTime().assign(1700000000123LL).toString().str(), L"2023-11-14 22:13:20.123");
 }
 
 } // namespace

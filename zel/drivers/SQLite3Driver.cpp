@@ -57,12 +57,9 @@ public:
         if (!fresh_) sqlite3_reset(stmt_);
         fresh_ = false;
         int rc = sqlite3_step(stmt_);
-        if (rc == SQLITE_ROW) {
-            pending_ = true;
-            return true;
-        }
-        pending_ = false;
-        if (rc == SQLITE_DONE) return true;
+        pending_ = rc == SQLITE_ROW;
+        done_ = rc == SQLITE_DONE;
+        if (rc == SQLITE_ROW || rc == SQLITE_DONE) return true;
         error.message = sqlite3_errmsg(db_);
         sqlite3_reset(stmt_);
         return false;
@@ -70,9 +67,10 @@ public:
 
     bool fetch(std::vector<Value>& row, DriverError& error) override
     {
+        if (done_) return false; // stepping a finished statement would run it again
         if (!pending_) {
             int rc = sqlite3_step(stmt_);
-            if (rc == SQLITE_DONE) return false;
+            if ((done_ = rc == SQLITE_DONE)) return false;
             if (rc != SQLITE_ROW) {
                 error.message = sqlite3_errmsg(db_);
                 return false;
@@ -115,6 +113,7 @@ private:
     bool owned_;
     bool fresh_ = true;   // bindings set since the last execute
     bool pending_ = false; // a row stepped to by execute, not yet fetched
+    bool done_ = false;    // the statement has run to its end
 };
 
 class SQLiteConnection : public Connection {

@@ -1,0 +1,324 @@
+// One tree that fights back, walked by the user nobody: every kind of tag,
+// names in any letter case, hidden and "..." directories, files that cannot be
+// read (locked, FIFOs, sockets, dangling links, link loops), links back up the
+// tree, names that are not UTF-8, a 255-byte name, a file 120 directories
+// deep. The report (plain, verbose, in every locale), the census and the
+// stored names are checked entry by entry from one table in walk order.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <map>
+#include <regex>
+
+#include "support/Catalogue.h"
+#include "support/Tree.h"
+
+using namespace testsupport;
+using namespace tagfix;
+using Counts = std::array<int, 7>; // ID3v1 ID3v22 ID3v23 ID3v24 APEv1 APEv2 error
+
+namespace {
+
+const std::string kFileRule(80, '='), kSectionRule(80, '-');
+const std::string kAudio = "format[MPEG Audio] width[0] height[0] duration[1]", kNoMedia = "format[] width[0] height[0] duration[0]";
+const std::string audio = readFile(dataFile("sine-1s.mp3"));
+const std::string v1 = id3v1("Alpha", "Band", "Album", "2001", "comment", 7, 255), v23 = id3v2(3, {{"TIT2", textBody("Bravo")}, {"TPE1", textBody("Band")}}, 20),
+                  v22 = id3v2(2, {{"TT2", textBody("Hotel")}}), v24 = id3v2(4, {{"TIT2", "\x03" "India \xc3\xa9t\xc3\xa9"}}),
+                  ape1 = ape(1000, {{"Title", "Foxtrot"}}, false), ape1First = ape(1000, {{"Title", "Foxtrot"}}, true), ape2 = ape(2000, {{"Title", "Golf"}, {"Cover", "\x01\x02", 2}}, true);
+const std::map<std::string, std::string> kSections = {
+    {"v1", "TAG Title[Alpha] Artist[Band] Album[Album] Year[2001] Comment[comment] Track[7] Genre[-1]\n"},
+    {"v23", "ID3 version[3] revision[0] flags[0] size[" + std::to_string(v23.size() - 10) +
+                "] fsbits[8]\nTIT2 size[6] flags[0] encoding[0] type[0] text[Bravo]\nTPE1 size[5] flags[0] encoding[0] type[0] text[Band]\n"},
+    {"v22", "ID3 version[2] revision[0] flags[0] size[12] fsbits[8]\nTT2 size[6] flags[0] encoding[0] type[0] text[Hotel]\n"},
+    {"v24", "ID3 version[4] revision[0] flags[0] size[" + std::to_string(v24.size() - 10) + "] fsbits[8]\nTIT2 size[12] flags[0] encoding[3] type[0] text[India été]\n"},
+    {"ape1", "APETAGEX version[1000] size[" + std::to_string(ape1.size()) + "] count[1] flags[0]\nsize[7] flags[0] key[Title] value[Foxtrot]\n"},
+    {"ape1First", "APETAGEX version[1000] size[" + std::to_string(ape1.size()) + "] count[1] flags[a0000000]\nsize[7] flags[0] key[Title] value[Foxtrot]\n"},
+    {"ape2", "APETAGEX version[2000] size[" + std::to_string(ape2.size() - 32) +
+                 "] count[2] flags[80000000]\nsize[4] flags[0] key[Title] value[Golf]\nsize[2] flags[2] key[Cover] value[..]\n"},
+};
+const std::string kLongName = [] {
+    std::string s = "z";
+    for (int i = 0; i < 125; ++i) s += "\xc3\xa9";
+    return s + ".mp3";
+}();
+const std::string kDeep = [] {
+    std::string s = "g-deep";
+    for (int i = 0; i < 120; ++i) s += "/level";
+    return s;
+}();
+
+struct Entry {
+    std::string path;   // below the root; a directory ends with "/"
+    char kind;          // 'f' file, 'd' directory, 'p' FIFO, 's' socket, 'l' link to `bytes`, '0' a file nobody may read
+    std::string bytes = "";
+    int tags = 0;
+    std::string notes = "", error = ""; // the note, and the system's reason on the error line
+    std::string media = kAudio;
+    std::vector<std::string> sections = {}; // of kSections, verbose
+    Counts census = {};                     // when the census looks at it (a name ending in .mp3)
+};
+
+std::vector<std::string> parts(const std::string& path)
+{
+    std::vector<std::string> out;
+    for (size_t at = 0; at < path.size();) {
+        const size_t slash = std::min(path.find('/', at), path.size());
+        out.push_back(path.substr(at, slash - at));
+        at = slash + 1;
+    }
+    return out;
+}
+
+// In walk order: names sorted in byte order, a directory's entries where it stands.
+std::vector<Entry> entries()
+{
+    const Counts one{1, 0, 0, 0, 0, 0, 0}, failed{0, 0, 0, 0, 0, 0, 1};
+    std::vector<Entry> all = {
+        {".../", 'd'}, {".../y.mp3", 'f', audio + v1, 1, "", "", kAudio, {"v1"}, one},
+        {".hidden/", 'd'}, {".hidden/x.mp3", 'f', v23 + audio, 300, "", "", kAudio, {"v23"}, {0, 0, 1, 0, 0, 0, 0}},
+        {"A.MP3", 'f', audio + v1, 1, "", "", kAudio, {"v1"}, one},
+        {"a-bad\xff\xfe.mp3", 'f', v23 + audio, 300, "", "", kAudio, {"v23"}, {0, 0, 1, 0, 0, 0, 0}},
+        {"ape-low-start.mp3", 'f', ape(999, {{"Title", "Low"}}, true) + audio + ape2, 20, "", "", kAudio, {"ape2"}, {0, 0, 0, 0, 0, 1, 0}},
+        {"ape-start.mp3", 'f', ape1First + audio + ape2, 10, "", "", kAudio, {"ape1First"}, {0, 0, 0, 0, 1, 0, 0}}, // the end is not searched
+        {"b-dangling.mp3", 'l', "nowhere.mp3", 0, "Open Failed", " (No such file or directory)", kNoMedia, {}, failed},
+        {"b.Mp3", 'f', v23 + audio + v1, 301, "", "", kAudio, {"v23", "v1"}, {1, 0, 1, 0, 0, 0, 0}},
+        {"c-fifo.mp3", 'p', "", 0, "Open Failed: not a regular file", "", kNoMedia, {}, failed},
+        {"c.mp3.bak", 'f', audio + v1}, {"d-locked.mp3", '0', audio, 0, "Open Failed", " (Permission denied)", kNoMedia, {}, failed},
+        {"d.ogg", 'f', "not really audio\n", 0, "", "", kNoMedia}, {"e", 'f', audio},
+        {"e-loop1.mp3", 'l', "e-loop2.mp3", 0, "Open Failed", " (Too many levels of symbolic links)", kNoMedia, {}, failed},
+        {"e-loop2.mp3", 'l', "e-loop1.mp3", 0, "Open Failed", " (Too many levels of symbolic links)", kNoMedia, {}, failed},
+        {"empty.mp3", 'f', "", 0, "", "", kNoMedia}, {"f-ape1.mp3", 'f', audio + ape1, 10, "", "", kAudio, {"ape1"}, {0, 0, 0, 0, 1, 0, 0}},
+        {"f-sock.mp3", 's', "", 0, "Open Failed", " (No such device or address)", kNoMedia, {}, failed},
+        {"g-ape2.mp3", 'f', audio + ape2, 20, "", "", kAudio, {"ape2"}, {0, 0, 0, 0, 0, 1, 0}},
+        {"g-deep/up", 'l', ".."}, {kDeep + "/deep.mp3", 'f', audio},
+        {"h-v22.mp3", 'f', v22 + audio, 200, "", "", kAudio, {"v22"}, {0, 1, 0, 0, 0, 0, 0}},
+        {"i-all.mp3", 'f', v24 + audio + ape2 + v1, 421, "", "", kAudio, {"v24", "ape2", "v1"}, {1, 0, 0, 1, 0, 1, 0}}, {"i-self", 'l', "."},
+        {"j-\xff/", 'd'}, {"j-\xff/k.mp3", 'f', audio}, {"k-cover.png", 'f', readFile(dataFile("tagged/cover.png")), 0, "", "", "format[PNG] width[2] height[2] duration[0]"},
+        {"l-\xc3\xa9-\xc3\xbc-\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e.mp3", 'f', audio + v1, 1, "", "", kAudio, {"v1"}, one},
+        {"m-sub/", 'd'}, {"m-sub/deeper/", 'd'}, {"m-sub/deeper/fifo.mp3", 'p', "", 0, "Open Failed: not a regular file", "", kNoMedia, {}, failed},
+        {"m-sub/deeper/v22.mp3", 'f', v22 + audio, 200, "", "", kAudio, {"v22"}, {0, 1, 0, 0, 0, 0, 0}},
+        {"m-sub/z.mp3", 'f', audio}, {"n-after.mp3", 'f', audio}, {"o-empty/", 'd'},
+        {"p-fifo", 'p', "", 0, "MediaInfo Open Failed", "", kNoMedia},
+        {"v5.mp3", 'f', "ID3\x05" + std::string(6, '\0') + audio}, {kLongName, 'f', audio},
+    };
+    for (std::string dir = kDeep; dir != "g-deep"; dir.resize(dir.rfind('/'))) all.push_back({dir + "/", 'd'});
+    all.push_back({"g-deep/", 'd'});
+    std::stable_sort(all.begin(), all.end(), [](const Entry& a, const Entry& b) { return parts(a.path) < parts(b.path); });
+    return all;
+}
+
+class Walk : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        top = new TempDir;
+        ::chmod(top->path().c_str(), 0755);
+        const Tree tree(*top / "music Ünï 日本語");
+        root = tree.root();
+        for (const Entry& e : entries()) {
+            switch (e.kind) {
+            case 'd': tree.dir(e.path.substr(0, e.path.size() - 1)); break;
+            case 'p': tree.fifo(e.path); break;
+            case 's': tree.socket(e.path); break;
+            case 'l': tree.link(e.path, e.bytes); break;
+            default: ::chmod(tree.file(e.path, e.bytes).c_str(), e.kind == '0' ? 0 : 0644);
+            }
+        }
+    }
+    static void TearDownTestSuite() { delete top; }
+
+    static std::string dirOf(const Entry& e) { return root + "/" + (e.path.rfind('/') == std::string::npos ? "" : e.path.substr(0, e.path.rfind('/') + 1)); }
+    static std::string nameOf(const Entry& e) { return e.path.substr(e.path.rfind('/') + 1); }
+    static size_t sizeOf(const Entry& e)
+    {
+        struct stat st{};
+        const std::string path = dirOf(e) + nameOf(e);
+        return ::stat(path.c_str(), &st) == 0 || ::lstat(path.c_str(), &st) == 0 ? static_cast<size_t>(st.st_size) : 0;
+    }
+
+    // The report of every entry that is not a directory, and the error lines in their order.
+    static std::string report(bool verbose, std::vector<std::string>& errors)
+    {
+        std::string s;
+        for (const Entry& e : entries()) {
+            if (e.kind == 'd' || (e.kind == 'l' && e.bytes.starts_with("."))) continue;
+            char tags[8];
+            std::snprintf(tags, sizeof tags, "%03d", e.tags);
+            const std::string note = e.notes.empty() ? "" : e.notes + " [" + dirOf(e) + nameOf(e) + "]";
+            s += kFileRule + "\nDIR [" + dirOf(e) + "]\nFILE[" + nameOf(e) + "]\n    tags[" + tags + "] size[" + std::to_string(sizeOf(e)) +
+                 "] mtime[<time>] notes[" + note + "]\n    " + e.media + "\n";
+            if (!note.empty()) errors.push_back("IOException: " + note + e.error + "\n");
+            if (!verbose) continue;
+            for (const std::string& section : e.sections) s += kSectionRule + "\n" + kSections.at(section);
+            const std::string format = e.media.substr(7, e.media.find(']') - 7);
+            s += kSectionRule + "\n" + (note.empty() ? "General\n" + (format.empty() ? "" : "Format: " + format + "\n") + "<report>\n" : "\n");
+        }
+        return s;
+    }
+
+    // The census lines: each .mp3 file, each directory after its subtree, the total last.
+    static std::string census()
+    {
+        std::vector<std::pair<std::string, Counts>> open = {{"", {}}};
+        std::string s;
+        auto line = [&](const std::string& what, const Counts& c) {
+            s += "[" + what + "] ID3v1[" + std::to_string(c[0]) + "] ID3v22[" + std::to_string(c[1]) + "] ID3v23[" + std::to_string(c[2]) + "] ID3v24[" +
+                 std::to_string(c[3]) + "] APEv1[" + std::to_string(c[4]) + "] APEv2[" + std::to_string(c[5]) + "] error[" + std::to_string(c[6]) + "]\n";
+        };
+        auto close = [&] {
+            const auto [dir, counts] = open.back();
+            open.pop_back();
+            line(dir.empty() ? root : root + "/" + dir.substr(0, dir.size() - 1), counts);
+            if (!open.empty())
+                for (int i = 0; i < 7; ++i) open.back().second[i] += counts[i];
+        };
+        for (const Entry& e : entries()) {
+            while (!e.path.starts_with(open.back().first)) close();
+            if (e.kind == 'd') open.push_back({e.path, {}});
+            std::string lower = nameOf(e);
+            std::transform(lower.begin(), lower.end(), lower.begin(), ::tolower);
+            if (e.kind == 'd' || !lower.ends_with(".mp3")) continue;
+            if (!e.census[6]) line("  " + nameOf(e), e.census);
+            for (int i = 0; i < 7; ++i) open.back().second[i] += e.census[i];
+        }
+        while (!open.empty()) close();
+        return s;
+    }
+
+    static std::string framed(const std::string& options, const std::string& body)
+    {
+        return "Start [<time>]\n" + (options.empty() ? "" : "      [sonarcat " + options + " values[" + root + "]]\n") + kFileRule + "\n" + body + kFileRule + "\nFinish [<time>]\n";
+    }
+    static void expectInOrder(const std::string& text, const std::vector<std::string>& lines)
+    {
+        size_t at = 0;
+        for (const std::string& l : lines) {
+            const size_t found = text.find(l, at);
+            EXPECT_NE(found, std::string::npos) << "missing, or out of order: " << l << "in\n" << text;
+            at = found == std::string::npos ? at : found + l.size();
+        }
+    }
+    static Launch asNobody(const std::string& lang = "")
+    {
+        Launch l;
+        l.env = environment(lang);
+        l.asNobody = true;
+        return l;
+    }
+
+    static TempDir* top;
+    static std::string root;
+};
+
+TempDir* Walk::top = nullptr;
+std::string Walk::root;
+
+TEST_F(Walk, ThePlainReportListsEveryEntryWithItsReasonInEveryLocale)
+{
+    std::vector<std::string> errors;
+    const std::string expected = framed("", report(false, errors));
+    for (const std::string lang : {"", "C", "C.UTF-8"}) {
+        const Result r = sonarcat({root}, asNobody(lang), 120);
+        ASSERT_FALSE(r.timedOut);
+        EXPECT_EQ(maskTimes(r.out), expected) << "LANG=" << lang;
+        expectInOrder(r.err, errors);
+        expectInOrder(r.err, {"Link to a directory above skipped [" + root + "/g-deep/up]\n", "Link to a directory above skipped [" + root + "/i-self]\n"});
+        EXPECT_NE(r.err.find("Memory: 0 block(s) of the program still held"), std::string::npos) << r.err;
+    }
+}
+
+TEST_F(Walk, TheVerboseReportShowsEveryTagSectionInItsOrder)
+{
+    std::vector<std::string> errors;
+    const Result r = sonarcat({"--verbose", root}, asNobody(), 120);
+    // MediaInfo's report is its own: the test keeps its first lines and checks its clean-up.
+    static const std::regex media("(" + kSectionRule + "\n)(General\n(Format: [^\n]*\n)?)[\\s\\S]*?\n(?=" + kFileRule + "\n)");
+    EXPECT_EQ(std::regex_replace(maskTimes(r.out), media, "$1$2<report>\n"),
+              framed("--verbose=true --summary=false --database= --dry-run=false", report(true, errors)));
+    for (const char* gone : {"Complete name", "\r", " :"}) EXPECT_EQ(r.out.find(gone), std::string::npos) << gone;
+}
+
+TEST_F(Walk, TheCensusCountsEveryTagKindAndEveryFailure)
+{
+    const Result r = sonarcat({"--summary", "--verbose", root}, asNobody(), 120);
+    EXPECT_EQ(maskTimes(r.out), framed("--verbose=true --summary=true --database= --dry-run=false", census()));
+    std::vector<std::string> errors;
+    report(false, errors);
+    errors.erase(std::remove_if(errors.begin(), errors.end(), [](auto& e) { return e.find(".mp3]") == std::string::npos; }), errors.end());
+    expectInOrder(r.err, errors);
+    const std::string total = census().substr(census().rfind("\n[", census().size() - 2) + 1);
+    EXPECT_EQ(maskTimes(sonarcat({"--summary", "--database=DRIVER=ZELSQLite3;DATABASE=/nonexistent/x.sqlite3", root}, asNobody()).out),
+              framed("", total)) << "without --verbose only the total, and no database";
+}
+
+TEST_F(Walk, AFileGivenAloneIsReadWhateverItsName)
+{
+    for (const Entry& e : entries()) {
+        if (e.path != "b.Mp3" && e.path != "c.mp3.bak" && e.path != "v5.mp3") continue;
+        std::vector<std::string> ignored;
+        const std::string path = dirOf(e) + nameOf(e);
+        const std::string block = report(false, ignored);
+        const size_t at = block.find("FILE[" + nameOf(e) + "]");
+        EXPECT_NE(maskTimes(sonarcat({path}).out).find(block.substr(at, block.find(kFileRule, at) - at)), std::string::npos) << path;
+        const std::string tags = e.path == "b.Mp3" ? "ID3v1[1] ID3v22[0] ID3v23[1]" : "ID3v1[" + std::string(e.path == "c.mp3.bak" ? "1" : "0") + "] ID3v22[0] ID3v23[0]";
+        EXPECT_NE(sonarcat({"--summary", path}).out.find("[" + path + "] " + tags), std::string::npos) << path;
+    }
+}
+
+// Stored, every listed file has its row; a name that is not UTF-8 is stored
+// with U+FFFD in place of each stray byte.
+TEST_F(Walk, StoredNamesAreValidUtf8OnEveryEngine)
+{
+    for (const std::string& engine : engineNames()) {
+        Catalogue catalogue(engine);
+        if (catalogue.database().empty()) continue;
+        if (!catalogue.engine().variable) {
+            for (const std::string& p : {std::filesystem::path(catalogue.file()).parent_path().string(), catalogue.file()}) (void)!::chown(p.c_str(), 65534, 65534);
+        }
+        const Result r = sonarcat({"--database=" + catalogue.database(), root}, asNobody(), 120);
+        EXPECT_EQ(r.err.find("SQLException"), std::string::npos) << r.err;
+        const auto names = catalogue.rows("SELECT FILE_NM FROM STOR_FILE ORDER BY FILE_ID");
+        ASSERT_EQ(names.size(), occurrences(r.out, "\nFILE[")) << engine;
+        EXPECT_NE(std::find(names.begin(), names.end(), Row{"a-bad\xef\xbf\xbd\xef\xbf\xbd.mp3"}), names.end()) << engine;
+        EXPECT_EQ(names.back(), Row{kLongName});
+        EXPECT_EQ(catalogue.rows("SELECT PATH FROM STOR_DIR WHERE PATH LIKE '%j-%'").at(0).at(0), root + "/j-\xef\xbf\xbd/");
+    }
+}
+
+// What ends the walk ends it with the closing lines: a PATH that is not
+// there, a directory nobody may read, a path longer than the system allows.
+TEST(WalkStops, AtWhatCannotBeWalkedWithTheClosingLines)
+{
+    TempDir top;
+    ::chmod(top.path().c_str(), 0755);
+    const Tree tree(top / "music");
+    tree.file("a-first.mp3", audio);
+    tree.file("m-locked/inside.mp3", audio);
+    ::chmod((tree / "m-locked").c_str(), 0);
+    tree.file("z-last.mp3", audio);
+    const Tree deep(top / "deep");
+    deep.file("a-first.mp3", audio);
+    deep.nest("b", std::string(200, 'x'), 25);
+    deep.file("z-last.mp3", audio);
+    const struct { std::vector<std::string> args; std::string error; } cases[] = {
+        {{"--summary", "/nonexistent/path.mp3"}, "IOException: Open Failed [/nonexistent/path.mp3] (No such file or directory)\n"},
+        {{tree.root()}, "IOException: Open Directory Failed [" + tree.root() + "/m-locked] (Permission denied)\n"},
+        {{"--summary", "--verbose", tree.root()}, "IOException: Open Directory Failed [" + tree.root() + "/m-locked] (Permission denied)\n"},
+        {{deep.root()}, "] (File name too long)\n"},
+    };
+    for (const auto& c : cases) {
+        Launch nobody;
+        nobody.asNobody = true;
+        const Result r = sonarcat(c.args, nobody);
+        EXPECT_NE(r.err.find(c.error), std::string::npos) << r.err;
+        EXPECT_EQ(r.out.find("z-last.mp3"), std::string::npos) << r.out;
+        EXPECT_EQ(c.args.size() == 1, r.out.find("FILE[a-first.mp3]") != std::string::npos) << r.out;
+        EXPECT_EQ(r.out.substr(r.out.rfind(kFileRule + "\n")).rfind(kFileRule + "\nFinish [", 0), 0u) << r.out;
+    }
+}
+
+} // namespace

@@ -1,0 +1,129 @@
+// A fresh catalogue for a test on any engine the tests can reach, made with
+// the engine's own client and schema file as a user makes it, and its rows
+// read back through the program's SQL layer. Each engine is a row of
+// engines(): texts in which {db}, {schema}, {settings}, {SERVER}, {PORT},
+// {USER}, {PASSWORD} and {1} (a column, a frame id) are filled in.
+#pragma once
+
+#include <atomic>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support/Program.h"
+#include "zel/Exception.h"
+#include "zel/FileName.h"
+#include "zel/SQL.h"
+#include "zel/Utf8.h"
+
+namespace testsupport {
+
+using Row = std::vector<std::string>;
+inline const std::string kNull = "<null>";
+
+// The value of KEY in "KEY=value;KEY=value".
+inline std::string settingOf(const std::string& settings, const std::string& key)
+{
+    size_t p = (";" + settings).find(";" + key + "=");
+    return p == std::string::npos ? "" : settings.substr(p + key.size() + 1, settings.find(';', p + key.size() + 1) - p - key.size() - 1);
+}
+
+struct Engine {
+    std::string name, driver;
+    const char* variable; // names the server: "SERVER=...;PORT=...;USER=...;PASSWORD=..."; null: a file
+    std::string create, drop, connection; // shell commands that make the database {db} with its tables and drop it; --database
+    std::string hex, time;                // a bytes column {1} in upper-case hexadecimal; a time as the report shows it
+    std::vector<std::string> rejectFrame; // statements that make the rows of frame {1} fail
+};
+
+inline const std::vector<Engine>& engines()
+{
+    const std::string psql = "PGPASSWORD='{PASSWORD}' psql -X -q -v ON_ERROR_STOP=1 -h {SERVER} -p {PORT} -U {USER} -d ";
+    static const std::vector<Engine> all = {
+        {"SQLite", "ZELSQLite3", nullptr, "sqlite3 '{db}' < {schema}sqlite3.sql", "rm -f '{db}'*", "DRIVER=ZELSQLite3;DATABASE={db}",
+         "nullif(hex({1}), '')", "{1}",
+         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"}},
+        {"PostgreSQL", "ZELPostgreSQL", "SONARCAT_TEST_POSTGRES", psql + "postgres -c 'CREATE DATABASE {db}' && " + psql + "{db} -f {schema}postgresql.sql",
+         psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'", "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}", "upper(encode({1}, 'hex'))",
+         "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')",
+         {"CREATE FUNCTION REJECT_FRAME() RETURNS trigger AS $$ BEGIN IF NEW.FRAME_ID = '{1}' THEN RAISE EXCEPTION 'frame rejected'; END IF; "
+          "RETURN NEW; END $$ LANGUAGE plpgsql",
+          "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"}},
+    };
+    return all;
+}
+
+inline std::vector<std::string> engineNames()
+{
+    std::vector<std::string> names;
+    for (const Engine& e : engines()) names.push_back(e.name);
+    return names;
+}
+
+class Catalogue {
+public:
+    // settings: a server other than the one the engine's variable names.
+    explicit Catalogue(const std::string& engine, std::string settings = "") : settings_(std::move(settings))
+    {
+        for (const Engine& e : engines()) engine_ = e.name == engine ? &e : engine_;
+        if (engine_->variable && settings_.empty() && std::getenv(engine_->variable)) settings_ = std::getenv(engine_->variable);
+        if (engine_->variable && settings_.empty()) return;
+        static std::atomic<int> serial{0};
+        db_ = engine_->variable ? "sonarcat_test_" + std::to_string(::getpid()) + "_" + std::to_string(serial++) : dir_ / "music.db";
+        const Result r = run({"/bin/sh", "-c", fill(engine_->create)}, {environment("C.UTF-8")}, 120);
+        if (r.status != 0) throw std::runtime_error(engine_->create + ": " + r.err);
+        database_ = fill(engine_->connection);
+    }
+    ~Catalogue()
+    {
+        if (!database_.empty()) run({"/bin/sh", "-c", fill(engine_->drop) + " >/dev/null 2>&1"});
+    }
+    Catalogue(const Catalogue&) = delete;
+    Catalogue& operator=(const Catalogue&) = delete;
+
+    // The --database value; empty when the engine's server is not reachable here.
+    const std::string& database() const { return database_; }
+    std::string unreachable() const { return "no " + engine_->name + " server: set " + engine_->variable + " (.ci/run does)"; }
+    const Engine& engine() const { return *engine_; }
+    const std::string& file() const { return db_; }
+    std::string fill(const std::string& text, const std::string& one = "") const
+    {
+        std::string s = text;
+        const std::pair<std::string, std::string> values[] = {{"{db}", db_}, {"{schema}", SONARCAT_SCHEMA_DIR "/"}, {"{settings}", settings_}, {"{1}", one},
+                                                              {"{SERVER}", settingOf(settings_, "SERVER")}, {"{PORT}", settingOf(settings_, "PORT")},
+                                                              {"{USER}", settingOf(settings_, "USER")}, {"{PASSWORD}", settingOf(settings_, "PASSWORD")}};
+        for (const auto& [key, value] : values)
+            for (size_t at; (at = s.find(key)) != std::string::npos;) s.replace(at, key.size(), value);
+        return s;
+    }
+
+    // The rows of a statement, every value as text and NULL as kNull.
+    std::vector<Row> rows(const std::string& sql) const
+    {
+        std::vector<Row> out;
+        try {
+            ZELd::SQLConnection c(ZELd::fromNativePath(engine_->driver.c_str()));
+            c.open(ZELd::fromNativePath(database_.c_str()));
+            ZELd::SQLQuery q(&c);
+            q.execute(ZELd::fromNativePath(sql.c_str()));
+            while (q.fetch()) {
+                Row& row = out.emplace_back();
+                for (size_t i = 0; i < q.fields().size(); ++i) row.push_back(q.fields()[i].isNull() ? kNull : ZELd::toUtf8(q.fields()[i].asString().str()));
+            }
+        } catch (ZELd::Exception* e) {
+            const std::string text = ZELd::toUtf8(e->toStringAll().str());
+            e->destroy();
+            throw std::runtime_error(text);
+        }
+        return out;
+    }
+    std::string count(const std::string& table) const { return rows("SELECT COUNT(*) FROM " + table).at(0).at(0); }
+
+private:
+    const Engine* engine_ = nullptr;
+    std::string settings_, db_, database_;
+    TempDir dir_;
+};
+
+} // namespace testsupport
