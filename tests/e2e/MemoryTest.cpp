@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "support/Catalogue.h"
-#include "support/Tree.h"
 
 using namespace testsupport;
 using namespace tagfix;
@@ -51,7 +50,7 @@ TEST(ScaledMemory, PeakDoesNotGrowWithTheTree)
         for (size_t i = 0; i < sizes[t]; ++i) {
             const std::string dir = "d" + std::to_string(i / 100) + "/";
             if (i % 100 == 0) tree.file(dir + "f0.mp3", content);
-            else tree.hardLink(dir + "f" + std::to_string(i % 100) + ".mp3", tree / (dir + "f0.mp3"));
+            else tree.make(dir + "f" + std::to_string(i % 100) + ".mp3", tree / (dir + "f0.mp3"), 'h');
         }
         trees[t] = tree.root();
     }

@@ -12,7 +12,6 @@
 #include <set>
 
 #include "support/Catalogue.h"
-#include "support/Tree.h"
 
 using namespace testsupport;
 using namespace tagfix;

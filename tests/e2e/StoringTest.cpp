@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "support/Catalogue.h"
-#include "support/Tree.h"
 
 using namespace tagfix;
 using namespace testsupport;
@@ -50,7 +49,7 @@ protected:
         write("b-sub/s1.mp3", s1Tag + audio + s1Ape + id3v1(""));
         write("c2.mp3", audio + id3v1("Charlie", "Artist", "Album", "1999", "note", 3, 17));
         write("d-notes.txt", "just text\n");
-        tree.fifo("e-fifo.mp3");
+        tree.make("e-fifo.mp3", "", 'p');
     }
 
     void write(const std::string& name, const std::string& bytes)

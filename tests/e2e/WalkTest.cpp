@@ -15,7 +15,6 @@
 #include <regex>
 
 #include "support/Catalogue.h"
-#include "support/Tree.h"
 
 using namespace testsupport;
 using namespace tagfix;
@@ -119,15 +118,8 @@ protected:
         ::chmod(top->path().c_str(), 0755);
         const Tree tree(*top / "music Ünï 日本語");
         root = tree.root();
-        for (const Entry& e : entries()) {
-            switch (e.kind) {
-            case 'd': tree.dir(e.path.substr(0, e.path.size() - 1)); break;
-            case 'p': tree.fifo(e.path); break;
-            case 's': tree.socket(e.path); break;
-            case 'l': tree.link(e.path, e.bytes); break;
-            default: ::chmod(tree.file(e.path, e.bytes).c_str(), e.kind == '0' ? 0 : 0644);
-            }
-        }
+        for (const Entry& e : entries())
+            if (const std::string path = tree.make(e.path, e.bytes, e.kind == '0' ? 'f' : e.kind); e.kind == '0') ::chmod(path.c_str(), 0);
     }
     static void TearDownTestSuite() { delete top; }
 

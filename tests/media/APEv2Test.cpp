@@ -11,7 +11,6 @@
 #include "media/APEv2.h"
 #include "support/ReportCapture.h"
 #include "support/TagBuilder.h"
-#include "support/TempDir.h"
 #include "zel/Debug.h"
 #include "zel/Exception.h"
 #include "zel/File.h"

@@ -11,7 +11,6 @@
 #include "media/ID3v2.h"
 #include "support/ReportCapture.h"
 #include "support/TagBuilder.h"
-#include "support/TempDir.h"
 #include "zel/File.h"
 #include "zel/FileName.h"
 

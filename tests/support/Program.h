@@ -19,7 +19,6 @@
 #include <vector>
 
 #include "support/TagBuilder.h"
-#include "support/TempDir.h"
 
 namespace testsupport {
 

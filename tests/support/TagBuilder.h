@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/Files.h"
 
 namespace tagfix {
 
@@ -81,15 +81,9 @@ inline std::string ape(uint32_t version, const std::vector<ApeItem>& items, bool
     return (withHeader ? apeBlock(version, size, count, flags | kApeIsHeader) : "") + body + apeBlock(version, size, count, flags);
 }
 
-inline std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-inline void writeFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes; }
-inline std::string dataFile(const std::string& name) { return std::string(SONARCAT_TEST_DATA) + "/" + name; }
+using testsupport::dataFile;
+using testsupport::readFile;
+using testsupport::writeFile;
 
 struct Sample {
     std::string name, bytes;

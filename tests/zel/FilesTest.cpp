@@ -11,7 +11,6 @@
 #include <string>
 
 #include "support/TagBuilder.h"
-#include "support/TempDir.h"
 #include "zel/Dir.h"
 #include "zel/Exception.h"
 #include "zel/File.h"
