@@ -1,18 +1,7 @@
 #!/usr/bin/env bash
-# Makes small tagged copies of sine-1s.mp3 under tagged/, each written by an
-# independent tagging tool rather than by our own code, so the end-to-end
-# tests read tags the way real collections hold them.
-#
-# Needs these Debian packages (apt-get install):
-#   eyed3            eyeD3: ID3v2.3 in UTF-16
-#   python3-mutagen  mid3v2: ID3v2.4 in UTF-8
-#   id3v2            id3v2 (id3lib): ID3v2.3 in Latin-1 plus an ID3v1.1 tag
-#   ffmpeg           ffmpeg: ID3v2.3 and ID3v1 written by its muxer
-#
-# The values asked of each tool are fixed, so a rerun with the same tool
-# versions gives the same tags. tagged/README.md lists them and the tests in
-# tests/e2e/RealWorldTagsTest.cpp check for them.
-# Usage: tests/data/make-tagged.sh   (writes to tests/data/tagged/)
+# Makes the copies of sine-1s.mp3 in tagged/ that independent taggers tag
+# (Debian packages eyed3, python3-mutagen, id3v2, ffmpeg); tagged/README.md
+# lists the versions and the values that the tests check.
 set -euo pipefail
 
 here="$(cd "$(dirname "$0")" && pwd)"
@@ -28,9 +17,7 @@ done
 mkdir -p "$out"
 export LC_ALL=C.UTF-8
 
-# A 2x2 RGB PNG built with python3's standard library: small and always the
-# same bytes. It is kept as tagged/cover.png: the tests compare its length with
-# the picture length the program reports for the APIC frames.
+# A 2x2 RGB PNG, always the same bytes: the picture of the APIC frames.
 python3 - "$out/cover.png" <<'PY'
 import struct, sys, zlib
 def chunk(kind, data):
@@ -43,8 +30,7 @@ png = (b"\x89PNG\r\n\x1a\n"
 open(sys.argv[1], "wb").write(png)
 PY
 
-# The taggers split their arguments at ':', so they are given names relative
-# to tagged/ rather than paths that might hold one.
+# The taggers split their arguments at ':': names relative to tagged/.
 cd "$out"
 fresh() { rm -f "$1"; cp "$src" "$1"; }
 
