@@ -2,8 +2,10 @@
 #include "media/APEv2.h"
 
 #include <cstring>
+#include <optional>
 #include <limits>
 
+#include "media/TagLocation.h"
 #include "zel/ByteString.h"
 #include "zel/Decoders.h"
 #include "zel/Exception.h"
@@ -68,22 +70,16 @@ void APEv2::release()
 
 bool APEv2::read(File& file, const char* header, long long position)
 {
-    char tail[160];
-    char start[32];
+    std::optional<TagLocation> at; // when no header is given: the footer at the end, else a header at the start
     if (!header) {
-        file.seek(-160, 2);
-        if (file.read(tail, sizeof tail) < sizeof tail) return false;
-        if (std::memcmp(tail, "APETAGEX", 8) == 0) {
-            header = tail;
-            position = -160;
-        } else if (std::memcmp(tail + 128, "APETAGEX", 8) == 0) {
-            header = tail + 128;
-            position = -kBlock;
-        } else {
-            file.seek(0, 0);
-            if (file.read(start, sizeof start) < sizeof start) return false;
-            header = start;
+        file.seek(0, 0);
+        at.emplace(file);
+        at->readTail(file);
+        if (!at->hasTail) return false;
+        if (!(header = at->apeFooter(position))) {
+            header = at->head;
             position = 0;
+            file.seek(static_cast<long long>(TagLocation::kHead), 0);
         }
     }
     if (std::memcmp(header, "APETAGEX", 8) != 0) return false;

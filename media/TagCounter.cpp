@@ -1,11 +1,10 @@
 #define ZEL_SOURCE "media/TagCounter"
 #include "media/TagCounter.h"
 
-#include <cstring>
-
 #include "media/APEv2.h"
 #include "media/MainArguments.h"
-#include "zel/Dir.h"
+#include "media/TagLocation.h"
+#include "media/Walk.h"
 #include "zel/Exception.h"
 #include "zel/File.h"
 #include "zel/Writer.h"
@@ -32,24 +31,14 @@ String TagCounter::toString() const
 
 void TagCounter::read(const String& path, TagCounter& counter)
 {
-    File file(path, 1, 438);
-    int id3v2 = 0;
-    uint32_t ape = 0;
-    bool id3v1 = false;
-    char head[32];
-    if (file.read(head, sizeof head) == sizeof head) {
-        if (std::memcmp(head, "ID3", 3) == 0) id3v2 = static_cast<signed char>(head[3]);
-        else if (std::memcmp(head, "APETAGEX", 8) == 0) ape = APEv2::word(head + 8) / 1000;
-    }
-    char tail[160];
-    file.seek(-160, 2);
-    if (file.read(tail, sizeof tail) == sizeof tail) {
-        if (ape == 0) {
-            if (std::memcmp(tail, "APETAGEX", 8) == 0) ape = APEv2::word(tail + 8) / 1000;
-            else if (std::memcmp(tail + 128, "APETAGEX", 8) == 0) ape = APEv2::word(tail + 136) / 1000;
-        }
-        id3v1 = std::memcmp(tail + 32, "TAG", 3) == 0;
-    }
+    File file(path, File::kRead, File::kMode);
+    TagLocation at(file);
+    const int id3v2 = at.id3v2() ? static_cast<signed char>(at.head[3]) : 0;
+    uint32_t ape = at.apeHeader() ? APEv2::word(at.head + 8) / 1000 : 0;
+    at.readTail(file);
+    long long position;
+    const char* footer = ape == 0 ? at.apeFooter(position) : nullptr;
+    if (footer) ape = APEv2::word(footer + 8) / 1000;
     switch (id3v2) {
     case 2: ++counter.id3v22_; break;
     case 3: ++counter.id3v23_; break;
@@ -58,36 +47,31 @@ void TagCounter::read(const String& path, TagCounter& counter)
     }
     if (ape == 1) ++counter.apev1_;
     else if (ape == 2) ++counter.apev2_;
-    if (id3v1) ++counter.id3v1_;
+    if (at.id3v1()) ++counter.id3v1_;
 }
 
 void TagCounter::readDir(const String& path, TagCounter& counter, const MainArguments& args)
 {
-    Dir dir(path);
-    Dir::Entry entry;
-    while (dir.read(entry)) {
-        const String& name = entry.name();
-        if (entry.isDir()) {
-            if (name.compare(L"..", name.length()) == 0) continue;
-            String sub = dir.path() + name;
-            TagCounter subCounter;
-            readDir(sub, subCounter, args);
-            counter += subCounter;
-            if (args.verbose()) args.output() << L"[" << sub << L"] " << subCounter.toString() << endl;
-            continue;
-        }
-        if (!name.toLowerCase().endsWith(L".mp3")) continue;
+    auto onFile = [&](const String& dir, const String& name) {
+        if (!name.toLowerCase().endsWith(L".mp3")) return;
         try {
-            TagCounter fileCounter;
-            read(dir.path() + name, fileCounter);
-            counter += fileCounter;
-            if (args.verbose()) args.output() << L"[  " << name << L"] " << fileCounter.toString() << endl;
+            TagCounter file;
+            read(dir + name, file);
+            counter += file;
+            if (args.verbose()) args.output() << L"[  " << name << L"] " << file.toString() << endl;
         } catch (Exception* e) {
             ++counter.errors_;
             args.errout() << e->toStringAll() << endl;
             e->destroy();
         }
-    }
+    };
+    auto onDirectory = [&](const String& sub) {
+        TagCounter below;
+        readDir(sub, below, args);
+        counter += below;
+        if (args.verbose()) args.output() << L"[" << sub << L"] " << below.toString() << endl;
+    };
+    walkTree(path, onFile, onDirectory);
 }
 
 } // namespace ZELd

@@ -1,11 +1,10 @@
 #define ZEL_SOURCE "media/TagReader"
 #include "media/TagReader.h"
 
-#include <cstring>
-
 #include "media/MainArguments.h"
 #include "media/MediaInfo.h"
-#include "zel/Dir.h"
+#include "media/TagLocation.h"
+#include "media/Walk.h"
 #include "zel/Exception.h"
 #include "zel/File.h"
 #include "zel/Files.h"
@@ -15,17 +14,7 @@ namespace ZELd {
 
 void TagReader::readDir(const String& path)
 {
-    Dir dir(path);
-    Dir::Entry entry;
-    while (dir.read(entry)) {
-        const String& name = entry.name();
-        if (entry.isDir()) {
-            if (name.compare(L"..", name.length()) == 0) continue;
-            readDir(dir.path() + name);
-        } else {
-            read(dir.path(), name);
-        }
-    }
+    walkTree(path, [this](const String& dir, const String& name) { read(dir, name); }, [this](const String& sub) { readDir(sub); });
 }
 
 void TagReader::read(const String& dir, const String& name)
@@ -65,27 +54,15 @@ void TagReader::read(const String& dir, const String& name)
 
 void TagReader::readTag(const String& path, FileInfo& info)
 {
-    File file(path, 1, 438);
-    char buffer[160];
-    uint32_t apeVersion = 0;
-    if (file.read(buffer, 32) == 32) {
-        if (std::memcmp(buffer, "ID3", 3) == 0) {
-            info.id3v2.read(file, buffer);
-        } else if (std::memcmp(buffer, "APETAGEX", 8) == 0) {
-            if (info.ape.read(file, buffer, 0)) apeVersion = info.ape.version() / 1000;
-        }
-    }
-    file.seek(-160, 2);
-    if (file.read(buffer, 160) == 160) {
-        if (apeVersion == 0) {
-            if (std::memcmp(buffer, "APETAGEX", 8) == 0) {
-                if (info.ape.read(file, buffer, -160)) apeVersion = info.ape.version() / 1000;
-            } else if (std::memcmp(buffer + 128, "APETAGEX", 8) == 0) {
-                if (info.ape.read(file, buffer + 128, -32)) apeVersion = info.ape.version() / 1000;
-            }
-        }
-        if (std::memcmp(buffer + 32, "TAG", 3) == 0) info.id3v1.read(buffer + 32);
-    }
+    File file(path, File::kRead, File::kMode);
+    TagLocation at(file);
+    uint32_t apeVersion = 0; // 1 or 2 once an APE tag was read at the start: the end is then not searched
+    if (at.id3v2()) info.id3v2.read(file, at.head);
+    else if (at.apeHeader() && info.ape.read(file, at.head, 0)) apeVersion = info.ape.version() / 1000;
+    at.readTail(file);
+    long long position = 0;
+    if (const char* footer = apeVersion == 0 ? at.apeFooter(position) : nullptr) info.ape.read(file, footer, position);
+    if (const char* v1 = at.id3v1()) info.id3v1.read(v1);
 }
 
 void TagReader::print(const FileInfo& file) const

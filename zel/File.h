@@ -11,6 +11,9 @@ namespace ZELd {
 
 class File : public Object {
 public:
+    static constexpr int kRead = 1;      // the flags of a file opened for reading
+    static constexpr int kMode = 0666;   // the permission bits, were the file made
+
     // flags 1: read. Only regular files are opened: anything else (a FIFO,
     // a socket, a device, a directory) throws IOException instead of blocking.
     File(const String& path, int flags, int mode);
