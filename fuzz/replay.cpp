@@ -19,7 +19,7 @@ int main(int argc, char** argv)
     for (const auto& input : inputs) {
         std::printf("replay %s\n", input.c_str());
         std::fflush(stdout);
-        const std::string bytes = tagfix::readFile(input);
+        const std::string bytes = testsupport::readFile(input);
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     }
     return inputs.empty() ? 1 : 0;

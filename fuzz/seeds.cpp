@@ -17,7 +17,7 @@ int counter = 0;
 void seed(const std::string& harness, const std::string& bytes)
 {
     std::filesystem::create_directories(out / harness);
-    tagfix::writeFile(out / harness / std::to_string(counter++), bytes);
+    testsupport::writeFile(out / harness / std::to_string(counter++), bytes);
 }
 
 // Each frame of a tag at the start of the file, with the owner byte of id3v2_frame.
@@ -42,7 +42,7 @@ int main(int argc, char** argv)
 {
     if (argc != 2) return 2;
     out = argv[1];
-    for (const tagfix::Sample& s : tagfix::samples()) {
+    for (const testsupport::Sample& s : testsupport::samples()) {
         seed("tag_location", s.bytes);
         frames(s.bytes);
     }

@@ -8,7 +8,6 @@
 #include "support/Catalogue.h"
 
 using namespace testsupport;
-using namespace tagfix;
 
 namespace {
 

@@ -14,7 +14,6 @@
 #include "support/Catalogue.h"
 
 using namespace testsupport;
-using namespace tagfix;
 
 namespace {
 

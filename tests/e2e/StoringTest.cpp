@@ -5,7 +5,6 @@
 
 #include "support/Catalogue.h"
 
-using namespace tagfix;
 using namespace testsupport;
 
 namespace {

@@ -17,7 +17,6 @@
 #include "support/Catalogue.h"
 
 using namespace testsupport;
-using namespace tagfix;
 using Counts = std::array<int, 7>; // ID3v1 ID3v22 ID3v23 ID3v24 APEv1 APEv2 error
 
 namespace {
@@ -39,16 +38,8 @@ const std::map<std::string, std::string> kSections = {
     {"ape2", "APETAGEX version[2000] size[" + std::to_string(ape2.size() - 32) +
                  "] count[2] flags[80000000]\nsize[4] flags[0] key[Title] value[Golf]\nsize[2] flags[2] key[Cover] value[..]\n"},
 };
-const std::string kLongName = [] {
-    std::string s = "z";
-    for (int i = 0; i < 125; ++i) s += "\xc3\xa9";
-    return s + ".mp3";
-}();
-const std::string kDeep = [] {
-    std::string s = "g-deep";
-    for (int i = 0; i < 120; ++i) s += "/level";
-    return s;
-}();
+std::string repeat(const std::string& s, int n) { return n ? s + repeat(s, n - 1) : ""; }
+const std::string kLongName = "z" + repeat("\xc3\xa9", 125) + ".mp3", kDeep = "g-deep" + repeat("/level", 120); // 255 bytes; 120 levels
 
 struct Entry {
     std::string path;   // below the root; a directory ends with "/"
@@ -60,17 +51,6 @@ struct Entry {
     std::vector<std::string> sections = {}; // of kSections, verbose
     Counts census = {};                     // when the census looks at it (a name ending in .mp3)
 };
-
-std::vector<std::string> parts(const std::string& path)
-{
-    std::vector<std::string> out;
-    for (size_t at = 0; at < path.size();) {
-        const size_t slash = std::min(path.find('/', at), path.size());
-        out.push_back(path.substr(at, slash - at));
-        at = slash + 1;
-    }
-    return out;
-}
 
 // In walk order: names sorted in byte order, a directory's entries where it stands.
 std::vector<Entry> entries()
@@ -106,7 +86,8 @@ std::vector<Entry> entries()
     };
     for (std::string dir = kDeep; dir != "g-deep"; dir.resize(dir.rfind('/'))) all.push_back({dir + "/", 'd'});
     all.push_back({"g-deep/", 'd'});
-    std::stable_sort(all.begin(), all.end(), [](const Entry& a, const Entry& b) { return parts(a.path) < parts(b.path); });
+    auto key = [](std::string path) { return std::replace(path.begin(), path.end(), '/', '\1'), path; }; // a name's entries right after it
+    std::stable_sort(all.begin(), all.end(), [&](const Entry& a, const Entry& b) { return key(a.path) < key(b.path); });
     return all;
 }
 

@@ -17,7 +17,7 @@
 #include "zel/FileName.h"
 
 using namespace ZELd;
-using namespace tagfix;
+using namespace testsupport;
 
 namespace {
 

@@ -23,7 +23,7 @@ class ScaledDamagedFiles : public ::testing::TestWithParam<size_t> {};
 
 TEST_P(ScaledDamagedFiles, AreReadSafelyAndQuickly)
 {
-    const tagfix::Sample& sample = tagfix::samples()[GetParam()];
+    const testsupport::Sample& sample = testsupport::samples()[GetParam()];
     const std::string& intact = sample.bytes;
     testsupport::TagReading reading;
     const bool everywhere = testsupport::longRun();
@@ -53,7 +53,7 @@ TEST_P(ScaledDamagedFiles, AreReadSafelyAndQuickly)
     std::printf("[ damaged  ] %s: %zu copies, the slowest %.2f ms\n", sample.name.c_str(), copies, slowest * 1000);
 }
 
-INSTANTIATE_TEST_SUITE_P(Samples, ScaledDamagedFiles, ::testing::Range<size_t>(0, tagfix::samples().size()),
+INSTANTIATE_TEST_SUITE_P(Samples, ScaledDamagedFiles, ::testing::Range<size_t>(0, testsupport::samples().size()),
                          [](const auto& info) { return std::to_string(info.param); });
 
 } // namespace

@@ -28,15 +28,15 @@ TEST(ID3v1, TrackOnlyWhenAZeroEndsTheCommentBeforeByte126)
     };
     for (const auto& c : cases) {
         ID3v1 tag;
-        ASSERT_TRUE(tag.read(tagfix::id3v1("Title", "", "", "", c.comment, -1, c.genreByte).data()));
+        ASSERT_TRUE(tag.read(testsupport::id3v1("Title", "", "", "", c.comment, -1, c.genreByte).data()));
         EXPECT_EQ(std::tuple(tag.comment().str(), tag.track(), tag.genre()), std::tuple(c.text, c.track, c.genre)) << testing::PrintToString(c.comment);
     }
     ID3v1 tag;
-    ASSERT_TRUE(tag.read(tagfix::id3v1("Kept", "", "", "", "c", 7).data()));
+    ASSERT_TRUE(tag.read(testsupport::id3v1("Kept", "", "", "", "c", 7).data()));
     const std::wstring before = tag.toString().str();
-    EXPECT_FALSE(tag.read(("TAg" + tagfix::id3v1("Other", "X", "Y", "1990", "z", 3, 2).substr(3)).data()));
+    EXPECT_FALSE(tag.read(("TAg" + testsupport::id3v1("Other", "X", "Y", "1990", "z", 3, 2).substr(3)).data()));
     EXPECT_EQ(tag.toString().str(), before);
-    ASSERT_TRUE(tag.read(tagfix::id3v1("Kept", "", "", "", std::string(30, 'c')).data()));
+    ASSERT_TRUE(tag.read(testsupport::id3v1("Kept", "", "", "", std::string(30, 'c')).data()));
     EXPECT_EQ(tag.track(), 7) << "without room for a track number the earlier one stays";
 }
 

@@ -16,9 +16,9 @@
 
 using namespace ZELd;
 using namespace std::string_literals;
-using tagfix::Frame;
-using tagfix::frame;
-using tagfix::textBody;
+using testsupport::Frame;
+using testsupport::frame;
+using testsupport::textBody;
 
 namespace {
 
@@ -30,7 +30,7 @@ std::string raw(std::initializer_list<int> bytes)
 }
 std::string tag(int major, const std::string& body, int flags = 0)
 {
-    return "ID3"s + static_cast<char>(major) + '\0' + static_cast<char>(flags) + tagfix::syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
+    return "ID3"s + static_cast<char>(major) + '\0' + static_cast<char>(flags) + testsupport::syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
 }
 std::string patched(std::string s, size_t at, int value) { return s.replace(at, 1, 1, static_cast<char>(value)); }
 std::wstring ids(const ID3v2& t)
@@ -48,7 +48,7 @@ const std::string kPath = kDir / "tag.mp3";
 // first 32 bytes read before, as the tag reader does.
 bool load(ID3v2& t, const std::string& bytes, bool given = false)
 {
-    tagfix::writeFile(kPath, bytes);
+    testsupport::writeFile(kPath, bytes);
     File f(fromNativePath(kPath.c_str()), 1, 0);
     char first[32] = {};
     return given ? (f.read(first, 32), t.read(f, first)) : t.read(f, nullptr);
@@ -56,12 +56,12 @@ bool load(ID3v2& t, const std::string& bytes, bool given = false)
 
 TEST(ID3v2, HeaderBytesDecideWhetherATagIsRead)
 {
-    const std::string v22 = tagfix::id3v2(2, {{"TT2", textBody("Hello")}}), v23 = tagfix::id3v2(3, {kHello});
+    const std::string v22 = testsupport::id3v2(2, {{"TT2", textBody("Hello")}}), v23 = testsupport::id3v2(3, {kHello});
     const wchar_t* refused = L" version[0] revision[0] flags[0] size[0] fsbits[0]";
     const struct { std::string bytes; const wchar_t* ids; const wchar_t* text; } cases[] = {
         {v22, L"TT2", L"ID3 version[2] revision[0] flags[0] size[12] fsbits[8]"},
-        {tagfix::id3v2(3, {kHello}, 240), L"TIT2", L"ID3 version[3] revision[0] flags[0] size[257] fsbits[8]"},
-        {patched(tagfix::id3v2(4, {kHello}, 0, 0x80), 4, 0x90), L"TIT2", L"ID3 version[4] revision[-112] flags[ffffff80] size[17] fsbits[8]"},
+        {testsupport::id3v2(3, {kHello}, 240), L"TIT2", L"ID3 version[3] revision[0] flags[0] size[257] fsbits[8]"},
+        {patched(testsupport::id3v2(4, {kHello}, 0, 0x80), 4, 0x90), L"TIT2", L"ID3 version[4] revision[-112] flags[ffffff80] size[17] fsbits[8]"},
         {patched(v22, 3, 0), L"TT2", L"ID3 version[0] revision[0] flags[0] size[12] fsbits[8]"}, // let through: 3-byte ids
         {patched(v22, 3, 0xFF), L"TT2", L"ID3 version[-1] revision[0] flags[0] size[12] fsbits[8]"},
         {patched(v23, 3, 5), nullptr, refused}, {patched(v23, 2, '4'), nullptr, refused}, {v23.substr(0, 9), nullptr, refused},
@@ -77,7 +77,7 @@ TEST(ID3v2, HeaderBytesDecideWhetherATagIsRead)
         }
     }
     ID3v2 t;
-    ASSERT_TRUE(load(t, tagfix::id3v2(3, {kHello, kWorld})));
+    ASSERT_TRUE(load(t, testsupport::id3v2(3, {kHello, kWorld})));
     EXPECT_FALSE(load(t, patched(v23, 3, 9)));
     EXPECT_EQ(std::tuple(t.version(), ids(t)), std::tuple(3, std::wstring(L"TIT2,TPE1"))) << "a refused header changes nothing";
     EXPECT_TRUE(load(t, v22));
@@ -90,16 +90,16 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
     const std::wstring path(kPath.begin(), kPath.end()), invalid = L"ID3v2 Invalid Frames [" + path + L"]\n";
     const struct { std::string bytes; int fsbits; const wchar_t* ids; uint32_t firstSize; std::wstring trace = L""; } cases[] = {
         // Frames of 128 bytes and more: the two readings differ, and a plain size byte of 0x80 or more is no sign.
-        {tagfix::id3v2(4, {k200}, 100), 7, L"TIT2", 200}, // 00 00 01 48: 200 seven bits a byte, 328 plainly
-        {tagfix::id3v2(4, {k200}, 1000), 8, L"TIT2", 328},
-        {tagfix::id3v2(3, {k200}), 8, L"TIT2", 200}, // 00 00 00 C8
-        {tagfix::id3v2(2, {{"TT2", k200.body}}, 10), 8, L"TT2", 200},
-        {tagfix::id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7}, // ends at the body's end
+        {testsupport::id3v2(4, {k200}, 100), 7, L"TIT2", 200}, // 00 00 01 48: 200 seven bits a byte, 328 plainly
+        {testsupport::id3v2(4, {k200}, 1000), 8, L"TIT2", 328},
+        {testsupport::id3v2(3, {k200}), 8, L"TIT2", 200}, // 00 00 00 C8
+        {testsupport::id3v2(2, {{"TT2", k200.body}}, 10), 8, L"TT2", 200},
+        {testsupport::id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7}, // ends at the body's end
         {tag(3, hello + raw({0, 0, 0, 0}) + frame(3, kWorld, false)), 8, L"TIT2", 7}, // after the padding: ignored
-        {tagfix::id3v2(3, {}), 8, L"", 0}, {tagfix::id3v2(3, {}, 64), 8, L"", 0},
-        {tagfix::id3v2(3, {kHello, {"TPE1", ""}}), 0, L"", 0, invalid + L"[TIT2][7]\nfalse [11][1B][54]\n[TIT2][7]\nfalse [11][1B][54]\n"},
+        {testsupport::id3v2(3, {}), 8, L"", 0}, {testsupport::id3v2(3, {}, 64), 8, L"", 0},
+        {testsupport::id3v2(3, {kHello, {"TPE1", ""}}), 0, L"", 0, invalid + L"[TIT2][7]\nfalse [11][1B][54]\n[TIT2][7]\nfalse [11][1B][54]\n"},
         {tag(3, hello + frame(3, {"\xFFIT2", "x"}, false)), 0, L"", 0, invalid + L"[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n"},
-        {tag(3, "TIT2" + tagfix::be(1000, 4) + raw({0, 0}) + textBody("Hello\0\0\0\0"s)), 0, L"", 0,
+        {tag(3, "TIT2" + testsupport::be(1000, 4) + raw({0, 0}) + textBody("Hello\0\0\0\0"s)), 0, L"", 0,
          invalid + L"[TIT2][1000]\nfalse [3F2][14][0]\n[TIT2][488]\nfalse [1F2][14][0]\n"},
         {tag(3, hello + frame(3, {"1ABC", "zz"}, false) + frame(3, kWorld, false) + std::string(8, '\0')), 8, L"TIT2", 7,
          L"ID3v2 Frame Read Failed [" + path + L"]\n"}, // a digit passes the probe, not the walk
@@ -140,8 +140,8 @@ std::vector<Row> rows()
     const std::string x64(64, 'x'), png = "\0image/png\0\x03\0"s, pic(200, '\xA5');
     return {
         {3, {"AENC", "owner\0\1\2"s}, 0, 0, L"owner", L"", L"", "\1\2"}, {3, {"APIC", png + pic.substr(0, 100)}, 0, 3, L"image/png", L"", L"", pic.substr(0, 100)},
-        {3, {"APIC", tagfix::be(5, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 5)}, // data length indicator
-        {3, {"APIC", tagfix::be(0x1000, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 10)},
+        {3, {"APIC", testsupport::be(5, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 5)}, // data length indicator
+        {3, {"APIC", testsupport::be(0x1000, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 10)},
         {4, {"APIC", raw({0, 0, 1, 0}) + png + pic, 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 128)}, // 128 seven bits a byte
         {3, {"APIC", raw({0, 0, 1}), 1}, 0, 0, L"", L"", L"", ""}, {3, {"ASPI", "\0\1\2"s}, 0, 0, L"", L"", L"", "\0\1\2"s},
         {2, {"COM", "\0engd\0c"s}, 0, 0, L"eng", L"d", L"c", ""}, {2, {"CRA", "own\0\1\2"s}, 0, 0, L"own", L"", L"", "\1\2"},
@@ -170,9 +170,9 @@ std::vector<Row> rows()
 TEST(ID3v2, EachFrameKeepsItsFieldsAndReadsNothingPastTheEnd)
 {
     ID3v2 v2, v3, v4; // the owners: 2.2 and 2.3 with plain sizes, 2.4 with seven bits a byte
-    ASSERT_TRUE(load(v2, tagfix::id3v2(2, {{"TT2", textBody("x")}})));
-    ASSERT_TRUE(load(v3, tagfix::id3v2(3, {kHello})));
-    ASSERT_TRUE(load(v4, tagfix::id3v2(4, {k200}, 100)));
+    ASSERT_TRUE(load(v2, testsupport::id3v2(2, {{"TT2", textBody("x")}})));
+    ASSERT_TRUE(load(v3, testsupport::id3v2(3, {kHello})));
+    ASSERT_TRUE(load(v4, testsupport::id3v2(4, {k200}, 100)));
     for (const Row& r : rows()) {
         const ID3v2& owner = r.major == 2 ? v2 : r.major == 3 ? v3 : v4;
         const std::string bytes = frame(r.major, r.frame, r.major == 4);

@@ -29,7 +29,7 @@ struct Tagged {
 
 const std::vector<Tagged>& files()
 {
-    const std::string pic = "binary[" + std::to_string(tagfix::readFile(tagfix::dataFile("tagged/cover.png")).size()) + "]";
+    const std::string pic = "binary[" + std::to_string(testsupport::readFile(testsupport::dataFile("tagged/cover.png")).size()) + "]";
     static const std::vector<Tagged> all = {
         {"eyed3-v23-utf16.mp3", 3, 8,
          {"TIT2|encoding[1]|text[Café]",
@@ -73,7 +73,7 @@ TEST(RealWorldTags, FramesCarryWhatTheToolWrote)
 {
     for (const Tagged& t : files()) {
         SCOPED_TRACE(t.file);
-        File file(fromNativePath(tagfix::dataFile("tagged/" + t.file).c_str()), 1, 438);
+        File file(fromNativePath(testsupport::dataFile("tagged/" + t.file).c_str()), 1, 438);
         ID3v2 v2;
         ID3v1 v1;
         ASSERT_TRUE(v2.read(file, nullptr));

@@ -1,7 +1,7 @@
 // Runs a program for a test: the built sonarcat or any other, with its output
 // and error output kept in files (nothing to drain, so a paused program never
-// blocks), as the user nobody, with a bound on the files it may write, or with
-// another descriptor as its output. It can be paused, signalled and waited for.
+// blocks), as the user nobody, or with a bound on the files it may write. It
+// can be paused, signalled and waited for.
 #pragma once
 
 #include <fcntl.h>
@@ -34,7 +34,6 @@ struct Launch {
     std::vector<std::string> env = environment();
     long long fileSizeLimit = 0; // > 0: writes beyond it fail with EFBIG (SIGXFSZ ignored)
     bool asNobody = false;       // run by uid 65534 when the tests run as root
-    int output = -1;             // >= 0: the descriptor to use as standard output
 };
 
 struct Result {
@@ -70,7 +69,7 @@ public:
         for (std::string& e : env) envp.push_back(e.data());
         args.push_back(nullptr);
         envp.push_back(nullptr);
-        const int out = launch.output >= 0 ? launch.output : ::open((dir_ / "out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        const int out = ::open((dir_ / "out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
         const int err = ::open((dir_ / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
         if ((pid_ = ::fork()) == 0) { // only async-signal-safe calls up to exec
             ::dup2(out, 1);
@@ -80,7 +79,7 @@ public:
             ::execve(args[0], args.data(), envp.data());
             ::_exit(127);
         }
-        if (launch.output < 0) ::close(out);
+        ::close(out);
         ::close(err);
     }
     ~Program()
@@ -105,8 +104,8 @@ public:
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
         while (running() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(2));
         if ((r.timedOut = running())) ::kill(pid_, SIGKILL), wait(0);
-        r.out = tagfix::readFile(dir_ / "out");
-        r.err = tagfix::readFile(dir_ / "err");
+        r.out = testsupport::readFile(dir_ / "out");
+        r.err = testsupport::readFile(dir_ / "err");
         r.status = WIFEXITED(status_) ? WEXITSTATUS(status_) : -1;
         r.signal = WIFSIGNALED(status_) ? WTERMSIG(status_) : 0;
         return r;

@@ -10,7 +10,7 @@
 
 #include "support/Files.h"
 
-namespace tagfix {
+namespace testsupport {
 
 inline std::string be(uint32_t v, int bytes, int bitsPerByte = 8)
 {
@@ -81,9 +81,6 @@ inline std::string ape(uint32_t version, const std::vector<ApeItem>& items, bool
     return (withHeader ? apeBlock(version, size, count, flags | kApeIsHeader) : "") + body + apeBlock(version, size, count, flags);
 }
 
-using testsupport::dataFile;
-using testsupport::readFile;
-using testsupport::writeFile;
 
 struct Sample {
     std::string name, bytes;
@@ -118,4 +115,4 @@ inline const std::vector<Sample>& samples()
     return all;
 }
 
-} // namespace tagfix
+} // namespace testsupport

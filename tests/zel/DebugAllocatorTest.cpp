@@ -6,22 +6,16 @@
 #include <string>
 #include <tuple>
 
+#include "support/ReportCapture.h"
 #include "zel/Array.h"
-#include "zel/Writer.h"
 
 using namespace ZELd;
 
 namespace {
 
-struct Text : Writer {
-    std::wstring text;
-    void write(const wchar_t* s, size_t n) override { text.append(s, n); }
-    void flush() override {}
-};
-
 std::wstring leakReport()
 {
-    Text out;
+    testsupport::ReportCapture out;
     ZELDebugDumpGlobalMemoryLeak(0, out);
     return out.text;
 }
@@ -52,8 +46,7 @@ TEST(DebugAllocator, BlocksWithASourceAreListedOthersOnlyCounted)
 
 TEST(DebugAllocator, FailedAssertionsAreReportedAndReturn)
 {
-    Text report;
-    ZELDebugSetGlobalReport(&report);
+    testsupport::ReportCapture report;
     const std::wstring expected = L"Assertion failed [1 + 1 == 3] at tests/zel/DebugAllocatorTest(" + std::to_wstring(__LINE__ + 1) + L")\n";
     ZEL_ASSERT(1 + 1 == 3);
     ZEL_ASSERT(!expected.empty()); // holds: says nothing
@@ -62,7 +55,6 @@ TEST(DebugAllocator, FailedAssertionsAreReportedAndReturn)
     values.add(L"one");
     EXPECT_EQ(values[1].str(), L"");
     EXPECT_EQ(PointerArray<Probe>()[0], nullptr);
-    ZELDebugSetGlobalReport(nullptr);
     EXPECT_EQ(report.text.rfind(expected + L"Item size[12] flags[ff] été\nAssertion failed [", 0), 0u) << report.text;
     EXPECT_EQ(report.text.find(L"expected.empty()"), std::wstring::npos);
     const size_t first = report.text.find(L"] at zel/Array(");

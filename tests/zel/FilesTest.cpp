@@ -26,7 +26,7 @@ String name(const std::string& native) { return fromNativePath(native.c_str()); 
 TEST(File, ReadAndSeek)
 {
     testsupport::TempDir dir;
-    tagfix::writeFile(dir / "twenty", "0123456789abcdefghij");
+    testsupport::writeFile(dir / "twenty", "0123456789abcdefghij");
     File f(name(dir / "twenty"), 1, 0666);
     EXPECT_EQ(f.size(), 20u);
     char buffer[160];
