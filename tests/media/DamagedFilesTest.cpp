@@ -1,5 +1,6 @@
 // Damaged copies of the sample files, read as the program reads tags: four
-// bytes overwritten by FF FF FF FF, 7F FF FF FF, 80 00 00 00 or 00 00 00 80 at
+// bytes overwritten by FF FF FF FF, 7F FF FF FF, 7F 7F 7F 7F (the largest size
+// seven bits a byte hold), 80 00 00 00 or 00 00 00 80 at
 // every offset of the first 2 KB and the last 512 bytes, and the file cut at
 // each of those lengths (long runs: every offset and every length). No copy
 // may leave a block of the program behind, ask for a block larger than itself
@@ -44,7 +45,7 @@ TEST_P(ScaledDamagedFiles, AreReadSafelyAndQuickly)
     for (size_t at = 0; at <= intact.size(); ++at) {
         if (!everywhere && at >= 2048 && at + 512 < intact.size()) continue;
         check(intact.substr(0, at), "cut at " + std::to_string(at));
-        for (const char* pattern : {"\xFF\xFF\xFF\xFF", "\x7F\xFF\xFF\xFF", "\x80\0\0\0", "\0\0\0\x80"}) {
+        for (const char* pattern : {"\xFF\xFF\xFF\xFF", "\x7F\xFF\xFF\xFF", "\x7F\x7F\x7F\x7F", "\x80\0\0\0", "\0\0\0\x80"}) {
             std::string copy = intact;
             copy.replace(at, 4, pattern, std::min<size_t>(4, intact.size() - at));
             if (at < intact.size()) check(copy, "bytes " + testing::PrintToString(std::string(pattern, 4)) + " at " + std::to_string(at));
