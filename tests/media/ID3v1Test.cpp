@@ -1,6 +1,6 @@
 // The ID3v1.1 track number: byte 126 is the track only when a zero byte ends
-// the comment before it; track and genre are signed bytes; a block that does
-// not begin with "TAG" changes nothing.
+// the comment before it; track and genre are signed bytes; every field is
+// trimmed; a block that does not begin with "TAG" changes nothing.
 #define ZEL_SOURCE "tests/media/ID3v1Test"
 #include <gtest/gtest.h>
 
@@ -32,8 +32,9 @@ TEST(ID3v1, TrackOnlyWhenAZeroEndsTheCommentBeforeByte126)
         EXPECT_EQ(std::tuple(tag.comment().str(), tag.track(), tag.genre()), std::tuple(c.text, c.track, c.genre)) << testing::PrintToString(c.comment);
     }
     ID3v1 tag;
-    ASSERT_TRUE(tag.read(testsupport::id3v1("Kept", "", "", "", "c", 7).data()));
+    ASSERT_TRUE(tag.read(testsupport::id3v1(" Kept ", "\tBand", "Disc  ", " 99 ", " c ", 7).data()));
     const std::wstring before = tag.toString().str();
+    EXPECT_EQ(before, L"TAG Title[Kept] Artist[Band] Album[Disc] Year[99] Comment[c] Track[7] Genre[0]") << "every field trimmed";
     EXPECT_FALSE(tag.read(("TAg" + testsupport::id3v1("Other", "X", "Y", "1990", "z", 3, 2).substr(3)).data()));
     EXPECT_EQ(tag.toString().str(), before);
     ASSERT_TRUE(tag.read(testsupport::id3v1("Kept", "", "", "", std::string(29, 'c')).data())); // the zero is byte 126 itself
