@@ -12,12 +12,28 @@
 
 namespace ZELd {
 
+namespace {
+
+constexpr size_t kRuleWidth = 80;
+// APE versions are 1000 and 2000: divided by this, their digit.
+constexpr uint32_t kApeVersionDigit = 1000;
+
+// The report's tags[...] number: the ID3v2 version in the hundreds, the APE
+// version's digit in the tens, the ID3v1 version in the ones ("321": ID3v2.3,
+// APE 2, ID3v1.1).
+int32_t tagNumber(const FileInfo& file)
+{
+    return file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / 100) + file.id3v1.version();
+}
+
+} // namespace
+
 TagReader::TagReader(const MainArguments& arguments) : arguments(arguments)
 {
     const String& database = arguments.database();
     if (store.connect(database)) arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
-    fileRule.assign(L'=', 80);
-    sectionRule.assign(L'-', 80);
+    fileRule.assign(L'=', kRuleWidth);
+    sectionRule.assign(L'-', kRuleWidth);
 }
 
 void TagReader::readDir(const String& path)
@@ -66,7 +82,7 @@ void TagReader::readTag(const String& path, FileInfo& info)
     TagLocation at(file);
     uint32_t apeVersion = 0; // 1 or 2 once an APE tag was read at the start: the end is then not searched
     if (at.id3v2()) info.id3v2.read(file, at.head);
-    else if (at.apeHeader() && info.ape.read(file, at.head, 0)) apeVersion = info.ape.version() / 1000;
+    else if (at.apeHeader() && info.ape.read(file, at.head, 0)) apeVersion = info.ape.version() / kApeVersionDigit;
     at.readTail(file);
     long long position = 0;
     if (const char* footer = apeVersion == 0 ? at.apeFooter(position) : nullptr) info.ape.read(file, footer, position);
@@ -76,11 +92,10 @@ void TagReader::readTag(const String& path, FileInfo& info)
 void TagReader::print(const FileInfo& file) const
 {
     Writer& out = args().output();
-    const int32_t tags = file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / 100) + file.id3v1.version();
     out << fileRule << endl;
     out << L"DIR [" << file.dir << L"]" << endl;
     out << L"FILE[" << file.name << L"]" << endl;
-    out.printf(L"    tags[%03d]", tags);
+    out.printf(L"    tags[%03d]", tagNumber(file));
     out << L" size[" << static_cast<unsigned long long>(file.size) << L"]" << L" mtime[" << file.mtime.toString() << L"]"
         << L" notes[" << file.notes << L"]" << endl;
     out << L"    format[" << file.format << L"]" << L" width[" << file.width << L"]" << L" height[" << file.height << L"]"
