@@ -1,7 +1,6 @@
 #define ZEL_SOURCE "media/TagStore"
 #include "media/TagStore.h"
 
-#include "zel/Exception.h"
 #include "zel/SQL.h"
 
 namespace ZELd {
