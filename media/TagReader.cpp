@@ -12,6 +12,30 @@
 
 namespace ZELd {
 
+namespace {
+
+constexpr size_t kRuleWidth = 80;
+// APE versions are 1000 and 2000: divided by this, their digit.
+constexpr uint32_t kApeVersionDigit = 1000;
+
+// The report's tags[...] number: the ID3v2 version in the hundreds, the APE
+// version's digit in the tens, the ID3v1 version in the ones ("321": ID3v2.3,
+// APE 2, ID3v1.1).
+int32_t tagNumber(const FileInfo& file)
+{
+    return file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / 100) + file.id3v1.version();
+}
+
+} // namespace
+
+TagReader::TagReader(const MainArguments& arguments) : arguments(arguments)
+{
+    const String& database = arguments.database();
+    if (store.connect(database)) arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
+    fileRule.assign(L'=', kRuleWidth);
+    sectionRule.assign(L'-', kRuleWidth);
+}
+
 void TagReader::readDir(const String& path)
 {
     walkTree(path, [this](const String& dir, const String& name) { read(dir, name); }, [this](const String& sub) { readDir(sub); });
@@ -49,7 +73,7 @@ void TagReader::read(const String& dir, const String& name)
         e->destroy();
     }
     print(info);
-    store(info);
+    persistInTransaction(info);
 }
 
 void TagReader::readTag(const String& path, FileInfo& info)
@@ -58,7 +82,7 @@ void TagReader::readTag(const String& path, FileInfo& info)
     TagLocation at(file);
     uint32_t apeVersion = 0; // 1 or 2 once an APE tag was read at the start: the end is then not searched
     if (at.id3v2()) info.id3v2.read(file, at.head);
-    else if (at.apeHeader() && info.ape.read(file, at.head, 0)) apeVersion = info.ape.version() / 1000;
+    else if (at.apeHeader() && info.ape.read(file, at.head, 0)) apeVersion = info.ape.version() / kApeVersionDigit;
     at.readTail(file);
     long long position = 0;
     if (const char* footer = apeVersion == 0 ? at.apeFooter(position) : nullptr) info.ape.read(file, footer, position);
@@ -68,11 +92,10 @@ void TagReader::readTag(const String& path, FileInfo& info)
 void TagReader::print(const FileInfo& file) const
 {
     Writer& out = args().output();
-    const int32_t tags = file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / 100) + file.id3v1.version();
     out << fileRule << endl;
     out << L"DIR [" << file.dir << L"]" << endl;
     out << L"FILE[" << file.name << L"]" << endl;
-    out.printf(L"    tags[%03d]", tags);
+    out.printf(L"    tags[%03d]", tagNumber(file));
     out << L" size[" << static_cast<unsigned long long>(file.size) << L"]" << L" mtime[" << file.mtime.toString() << L"]"
         << L" notes[" << file.notes << L"]" << endl;
     out << L"    format[" << file.format << L"]" << L" width[" << file.width << L"]" << L" height[" << file.height << L"]"
@@ -89,6 +112,68 @@ void TagReader::print(const FileInfo& file) const
     if (file.id3v1.version() > 0) out << sectionRule << endl << file.id3v1.toString() << endl;
     out << sectionRule << endl;
     out << file.inform << endl;
+}
+
+void TagReader::persistInTransaction(const FileInfo& file)
+{
+    if (args().dryrun() || !store.ready()) return;
+    store.begin();
+    Exception* failure = nullptr;
+    try {
+        persist(file);
+        store.commit();
+    } catch (Exception* e) {
+        failure = e;
+    }
+    if (!failure) return;
+    const auto reportFailure = [&] {
+        args().errout() << failure->toStringAll() << endl;
+        failure->destroy();
+    };
+    try {
+        store.rollback();
+    } catch (Exception*) {
+        // The walk stops on the rollback's failure; the failure that called
+        // for the rollback says what went wrong (a lost server, a full disk).
+        reportFailure();
+        throw;
+    }
+    reportFailure();
+}
+
+void TagReader::persist(const FileInfo& file)
+{
+    Writer& out = args().output();
+    out << sectionRule << endl;
+    store.loadIds();
+    const DateTime now = DateTime::getCurrentLocalTime();
+    if (!store.isCurrentDir(file.dir)) {
+        const int32_t dirId = store.insertDir(file.dir, now);
+        out << L"    INSERT STOR_DIR [" << dirId << L"][" << file.dir << L"]" << endl;
+    }
+    const int64_t fileId = store.insertFile(file, now);
+    out << L"    INSERT STOR_FILE [" << static_cast<long long>(fileId) << L"][" << file.name << L"]" << endl;
+    if (file.id3v1.version() > 0) persistID3v1(file);
+    const bool verbose = args().verbose();
+    if (file.id3v2.version() > 0) {
+        store.insertID3v2(file.id3v2);
+        if (verbose) out << L"    INSERT ID3V2 ID3V2_FRAME[" << static_cast<unsigned long long>(file.id3v2.frames().size()) << L"]" << endl;
+    }
+    if (file.ape.version() != 0) {
+        store.insertApe(file.ape);
+        if (verbose) out << L"    INSERT APE APE_ITEM[" << static_cast<unsigned long long>(file.ape.items().size()) << L"]" << endl;
+    }
+}
+
+void TagReader::persistID3v1(const FileInfo& file)
+{
+    const ID3v1& tag = file.id3v1;
+    if (tag.title().isEmpty()) {
+        args().errout() << L"Title is NULL " << tag.toString() << L" [" << file.dir << file.name << L"]" << endl;
+        return;
+    }
+    store.insertID3v1(tag);
+    if (args().verbose()) args().output() << L"    INSERT ID3V1" << endl;
 }
 
 } // namespace ZELd

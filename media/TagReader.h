@@ -1,52 +1,25 @@
-// The normal run mode: the walk over a tree, one record per file, its report.
+// The normal run mode: the walk over a tree, one record per file, its report
+// and its rows.
 #pragma once
 
-#include <cstdint>
-
-#include "media/APEv2.h"
-#include "media/ID3v1.h"
-#include "media/ID3v2.h"
-#include "zel/DateTime.h"
+#include "media/FileInfo.h"
+#include "media/TagStore.h"
 #include "zel/Object.h"
 #include "zel/String.h"
 
 namespace ZELd {
 
 class MainArguments;
-class SQLConnection;
 
 class TagReader : public Object {
 public:
-    // What is gathered about one file.
-    struct FileInfo {
-        // dir ends with "/", so that dir + name is the full path; both must
-        // outlive the record.
-        FileInfo(const String& dir, const String& name) : dir(dir), name(name) {}
-        FileInfo(const FileInfo&) = delete;
-        FileInfo& operator=(const FileInfo&) = delete;
-
-        const String& dir;
-        const String& name;
-        uint64_t size = 0;
-        DateTime atime;
-        DateTime mtime;
-        DateTime ctime;
-        String notes;  // the text of the failure that stopped reading tags or media facts
-        String inform; // the media report
-        String format;
-        uint32_t width = 0;
-        uint32_t height = 0;
-        uint32_t duration = 0; // seconds
-        ID3v1 id3v1;
-        ID3v2 id3v2;
-        APEv2 ape;
-    };
+    using FileInfo = ZELd::FileInfo;
 
     // Opens the database connection when --database names a driver; a
     // connection that cannot be made throws, and no reader exists.
     explicit TagReader(const MainArguments& arguments);
-    // Deletes the connection, which ends it; nothing is committed here.
-    ~TagReader() override;
+    // The store deletes the connection, which ends it; nothing is committed here.
+    ~TagReader() override = default;
     TagReader(const TagReader&) = delete;
     TagReader& operator=(const TagReader&) = delete;
 
@@ -65,15 +38,14 @@ public:
 
 private:
     // One transaction around persist: committed, or rolled back and reported.
-    void store(const FileInfo& file);
+    void persistInTransaction(const FileInfo& file);
+    // The ID3V1 row, or the "Title is NULL" line when the tag has no title.
+    void persistID3v1(const FileInfo& file);
 
     const MainArguments& arguments;
-    SQLConnection* connection = nullptr;
-    String currentDir; // the directory of the last STOR_DIR row written
-    int32_t dirId = 0;  // the last ids handed out; 0: not yet read from the database
-    int64_t fileId = 0;
+    TagStore store;     // the connection, the current directory (currentDir) and the last ids (dirId, fileId)
     String fileRule;    // 80 "=": opens each file's report
-    String sectionRule; // 80 "-": opens each verbose section
+    String sectionRule; // 80 "-": opens each verbose section and each file's rows
 };
 
 } // namespace ZELd
