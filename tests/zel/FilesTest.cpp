@@ -1,5 +1,4 @@
-// Files and writers: reading and seeking (a place before the start is the
-// start), directories closed out of turn, two writers on one pipe, failures.
+// Directories closed out of turn, two writers on one pipe, a writer that fails.
 #define ZEL_SOURCE "tests/zel/FilesTest"
 #include <gtest/gtest.h>
 
@@ -10,10 +9,9 @@
 #include <memory>
 #include <string>
 
-#include "support/TagBuilder.h"
+#include "support/Files.h"
 #include "zel/Dir.h"
 #include "zel/Exception.h"
-#include "zel/File.h"
 #include "zel/FileName.h"
 #include "zel/Writer.h"
 
@@ -22,21 +20,6 @@ using namespace ZELd;
 namespace {
 
 String name(const std::string& native) { return fromNativePath(native.c_str()); }
-
-TEST(File, ReadAndSeek)
-{
-    testsupport::TempDir dir;
-    testsupport::writeFile(dir / "twenty", "0123456789abcdefghij");
-    File f(name(dir / "twenty"), 1, 0666);
-    EXPECT_EQ(f.size(), 20u);
-    char buffer[160];
-    ASSERT_EQ(f.read(buffer, 8), 8u);
-    ASSERT_EQ(f.read(buffer, sizeof buffer), 12u); // short at the end
-    EXPECT_EQ(std::string(buffer, 12), "89abcdefghij");
-    const struct { long long offset; int origin, place; } moves[] = {{5, 0, 5}, {3, 1, 8}, {-4, 2, 16}, {-100, 1, 0}, {-160, 2, 0}};
-    for (const auto& m : moves) EXPECT_EQ(f.seek(m.offset, m.origin), m.place) << m.offset << "/" << m.origin; // before the start: the start
-    ASSERT_EQ(f.read(buffer, sizeof buffer), 20u);
-}
 
 TEST(Dir, ClosedOutOfTurnOnlyTheOpenOnesCount)
 {
