@@ -35,6 +35,7 @@ struct Engine {
     std::string create, drop, connection; // shell commands that make the database {db} with its tables and drop it; --database
     std::string hex, time;                // a bytes column {1} in upper-case hexadecimal; a time as the report shows it
     std::vector<std::string> rejectFrame; // statements that make the rows of frame {1} fail
+    std::vector<std::pair<std::string, std::string>> refusals; // --database values that open nothing, and what the message says
 };
 
 inline const std::vector<Engine>& engines()
@@ -43,13 +44,18 @@ inline const std::vector<Engine>& engines()
     static const std::vector<Engine> all = {
         {"SQLite", "ZELSQLite3", nullptr, "sqlite3 '{db}' < {schema}sqlite3.sql", "rm -f '{db}'*", "DRIVER=ZELSQLite3;DATABASE={db}",
          "nullif(hex({1}), '')", "{1}",
-         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"}},
+         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"},
+         {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}}},
         {"PostgreSQL", "ZELPostgreSQL", "SONARCAT_TEST_POSTGRES", psql + "postgres -c 'CREATE DATABASE {db}' && " + psql + "{db} -f {schema}postgresql.sql",
          psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'", "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}", "upper(encode({1}, 'hex'))",
          "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')",
          {"CREATE FUNCTION REJECT_FRAME() RETURNS trigger AS $$ BEGIN IF NEW.FRAME_ID = '{1}' THEN RAISE EXCEPTION 'frame rejected'; END IF; "
           "RETURN NEW; END $$ LANGUAGE plpgsql",
-          "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"}},
+          "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"},
+         {{"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "password authentication failed"},
+          {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
+          {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
+           "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}}},
     };
     return all;
 }
