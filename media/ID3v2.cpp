@@ -2,9 +2,12 @@
 #include "media/ID3v2.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
+#include "media/ID3v2FrameKinds.h"
 #include "zel/Decoders.h"
 #include "zel/Exception.h"
 #include "zel/StringBuilder.h"
@@ -13,7 +16,58 @@ namespace ZELd {
 
 namespace {
 
-constexpr size_t kAll = std::numeric_limits<size_t>::max();
+constexpr size_t kAll = std::numeric_limits<size_t>::max(); // no limit on String::tryString
+constexpr int kFromStart = 0; // File::seek origin
+
+// The tag header: "ID3", major version, revision, flags, then the body size in
+// four bytes of seven bits each.
+constexpr char kTagMagic[] = "ID3";
+constexpr size_t kTagMagicLength = 3;
+constexpr size_t kMajorVersionOffset = 3;
+constexpr signed char kNewestMajorVersion = 4;
+constexpr size_t kTagSizeOffset = 6;
+constexpr size_t kTagSizeLength = 4;
+constexpr size_t kTagHeaderLength = 10;
+constexpr unsigned char kSevenBitLimit = 0x80; // every byte of a seven-bit number lies below
+constexpr int kExtendedHeaderFlag = 0x40;
+
+// The extended header: its length (four bytes of seven bits), the number of
+// flag bytes, and at least one flag byte.
+constexpr size_t kExtendedHeaderMinimum = 6;
+constexpr size_t kExtendedHeaderLengthSize = 4;
+constexpr size_t kFlagByteCountOffset = 4;
+
+// A frame header: the id, a size field as long as the id, and above version 2
+// two flag bytes.
+struct FrameHeaderLayout {
+    size_t idLength;
+    size_t length;
+    bool hasFlags;
+};
+constexpr FrameHeaderLayout kFrameHeader22{3, 6, false};
+constexpr FrameHeaderLayout kFrameHeader23{4, 10, true};
+constexpr size_t kFrameFlagsOffset = 8;
+
+const FrameHeaderLayout& frameHeaderLayout(signed char version) { return version > 2 ? kFrameHeader23 : kFrameHeader22; }
+
+// Frame bodies.
+constexpr int16_t kDataLengthIndicator = 0x0001; // frame flag: APIC data begins with its length
+constexpr size_t kDataLengthSize = 4;
+constexpr size_t kLanguageCodeLength = 3;
+constexpr size_t kImageFormatLength = 3;
+constexpr size_t kIdentifierLimit = 64;     // a longer UFID identifier is kept cut, with no text
+constexpr size_t kFrameTextCapacity = 64;   // toString: room reserved for a typical frame
+constexpr size_t kBinaryPreviewLength = 40; // toString: characters shown of the binary field
+
+// The encoding byte of ID3v2 text; any other value reads as Latin-1.
+constexpr signed char kLatin1 = 0;
+constexpr signed char kUtf16WithMark = 1;
+constexpr signed char kUtf16BigEndian = 2;
+constexpr signed char kUtf8 = 3;
+constexpr int kLittleEndian = 1234, kBigEndian = 4321; // UTF16Decoder byte orders
+constexpr unsigned char kMarkLittleEndian = 0xFF, kMarkBigEndian = 0xFE; // first byte of a byte-order mark
+
+bool isUtf16(signed char encoding) { return encoding == kUtf16WithMark || encoding == kUtf16BigEndian; }
 
 // ASCII text that is never a failure: bytes that are not ASCII give empty text.
 String asciiOrEmpty(const char* p, size_t n)
@@ -28,71 +82,13 @@ String asciiOrEmpty(const char* p, size_t n)
 
 bool isUpperLetter(char c) { return c >= 'A' && c <= 'Z'; }
 
-// The readings of a frame body: a cursor that never reads at or past limit.
-class BodyReader {
-public:
-    BodyReader(ID3v2Frame& frame, const char* base, size_t limit, signed char& encoding)
-        : frame_(frame), base_(base), limit_(limit), encoding_(encoding) {}
-
-    bool more() const { return pos_ < limit_; }
-    size_t remaining() const { return more() ? limit_ - pos_ : 0; }
-    const char* here() const { return base_ + pos_; }
-    void skip(size_t n) { pos_ += n; }
-
-    void encodingByte()
-    {
-        if (!more()) return;
-        encoding_ = static_cast<signed char>(base_[pos_]);
-        ++pos_;
-    }
-    void latin1(String& out)
-    {
-        if (!more()) return;
-        size_t n = ByteString::length(here(), remaining());
-        out = frame_.decode(0, here(), n).trim();
-        pos_ += n + 1;
-    }
-    void encoded(String& out)
-    {
-        if (!more()) return;
-        size_t n = __decode_length__(encoding_, here(), remaining());
-        out = frame_.decode(encoding_, here(), n).trim();
-        pos_ += __skip_length__(encoding_, n);
-    }
-    void language(String& out)
-    {
-        if (remaining() < 4 || !__valid_language_code(here())) return;
-        out = asciiOrEmpty(here(), 3).trim();
-        pos_ += 3;
-    }
-    void byte(signed char& out)
-    {
-        if (!more()) return;
-        out = static_cast<signed char>(base_[pos_]);
-        ++pos_;
-    }
-    void rest(ByteString& out)
-    {
-        if (more()) out.assign(here(), remaining());
-    }
-
-private:
-    ID3v2Frame& frame_;
-    const char* base_;
-    size_t limit_;
-    size_t pos_ = 0;
-    signed char& encoding_;
-};
-
-} // namespace
-
 // ---- text fields -----------------------------------------------------------
 
 size_t __decode_length__(signed char encoding, const char* _psz, size_t max)
 {
     ZEL_ASSERT(_psz != 0);
     if (!_psz) return 0;
-    if (encoding == 1 || encoding == 2) {
+    if (isUtf16(encoding)) {
         // A terminator is a zero unit on a two-byte boundary.
         for (size_t i = 0; i + 1 < max; i += 2)
             if (_psz[i] == 0 && _psz[i + 1] == 0) return i;
@@ -101,190 +97,68 @@ size_t __decode_length__(signed char encoding, const char* _psz, size_t max)
     return ByteString::length(_psz, max);
 }
 
-size_t __skip_length__(signed char encoding, size_t length) { return encoding == 1 || encoding == 2 ? length + 2 : length + 1; }
+size_t __skip_length__(signed char encoding, size_t length) { return isUtf16(encoding) ? length + 2 : length + 1; }
 
 bool __valid_language_code(const char* p)
 {
     if (p[0] == 'X' && p[1] == 'X' && p[2] == 'X') return true;
-    for (int i = 0; i < 3; ++i)
+    for (size_t i = 0; i < kLanguageCodeLength; ++i)
         if (p[i] < 'a' || p[i] > 'z') return false;
     return true;
 }
 
-String ID3v2Frame::decode(signed char encoding, const char* p, size_t n) const
+// ---- frame kinds -----------------------------------------------------------
+
+// Frame ids are compared as numbers: the id's bytes, the first one highest, a
+// 3-byte id padded with kIdPadding so that it never equals a 4-byte one. Kinds
+// are looked up only for ids that are ASCII, so no frame's id has the padding
+// byte among its first three: kNoId, the id a kind lacks in one version, never
+// names a frame, neither whole nor in its first three bytes.
+constexpr unsigned char kIdPadding = 0xFF;
+constexpr uint32_t kNoId = 0xFFFFFFFF;
+constexpr uint32_t kWholeIdMask = 0xFFFFFFFF, kFirstThreeMask = 0xFFFFFF00;
+
+constexpr uint32_t idKey(const char* id, size_t length)
 {
-    const unsigned char first = n ? static_cast<unsigned char>(p[0]) : 0;
-    if (encoding == 1 && n == 2 && first == 0xFF) return String(); // a byte-order mark alone
-    if (encoding == 2 && n == 2 && first == 0xFE) return String();
-    try {
-        switch (encoding) {
-        case 1: return UTF16Decoder(1234).decode(p, n);
-        case 2: return UTF16Decoder(4321).decode(p, n);
-        case 3: return UTF8Decoder().decode(p, n);
-        default: return Latin1Decoder().decode(p, n);
-        }
-    } catch (Exception* e) {
-        e->destroy();
-        return String();
+    uint32_t key = 0;
+    for (size_t i = 0; i < kFrameHeader23.idLength; ++i) key = key << 8 | (i < length ? static_cast<unsigned char>(id[i]) : kIdPadding);
+    return key;
+}
+
+constexpr uint32_t idKey(std::string_view id) { return id.empty() ? kNoId : idKey(id.data(), id.size()); }
+
+// The keys of each row of kFrameKinds, masked as the row compares them.
+struct KindKeys {
+    uint32_t mask, id22, id23;
+};
+constexpr auto kKindKeys = [] {
+    std::array<KindKeys, std::size(id3v2frames::kFrameKinds)> keys{};
+    for (size_t i = 0; i < keys.size(); ++i) {
+        const FrameKind& kind = id3v2frames::kFrameKinds[i];
+        const uint32_t mask = kind.match == IdMatch::FirstThree ? kFirstThreeMask : kWholeIdMask;
+        keys[i] = {mask, idKey(kind.id22) & mask, idKey(kind.id23) & mask};
     }
-}
+    return keys;
+}();
 
-// ---- frames ----------------------------------------------------------------
-
-unsigned ID3v2Frame::word(const char* p, size_t n) const { return owner_.fsbits() == 7 ? ID3v2::word7(p, n) : ID3v2::word8(p, n); }
-
-size_t ID3v2Frame::read(const char* _begin, const char* _end)
+// The parts of a frame's body: those of the kind its id names, else those of
+// its first byte's family. An id that is not ASCII names no kind.
+const FrameParts& partsOf(const char* id, size_t idLength, bool idIsAscii)
 {
-    const size_t __6_OR_10__ = owner_.frameHeaderLength();
-    ZEL_ASSERT(_begin + __6_OR_10__ < _end);
-    if (_end - _begin <= static_cast<ptrdiff_t>(__6_OR_10__)) return __6_OR_10__;
-    const char first = _begin[0];
-    if (__6_OR_10__ == 6) {
-        id_ = asciiOrEmpty(_begin, 3);
-        size_ = word(_begin + 3, 3);
-    } else {
-        id_ = asciiOrEmpty(_begin, 4);
-        size_ = word(_begin + 4, 4);
-        flags_ = static_cast<int16_t>(static_cast<unsigned char>(_begin[8]) << 8 | static_cast<unsigned char>(_begin[9]));
+    using namespace id3v2frames;
+    if (idIsAscii) {
+        const uint32_t key = idKey(id, idLength);
+        for (size_t i = 0; i < kKindKeys.size(); ++i) {
+            const uint32_t masked = key & kKindKeys[i].mask;
+            if (masked == kKindKeys[i].id22 || masked == kKindKeys[i].id23) return kFrameKinds[i].parts;
+        }
     }
-    const char* base = _begin + __6_OR_10__;
-    const size_t limit = std::min<size_t>(size_, static_cast<size_t>(_end - base));
-    BodyReader r(*this, base, limit, encoding_);
-    const String prefix = id_.substring(size_t{0}, 3);
-
-    switch (first) {
-    case 'A':
-        if (id_ == L"AENC") {
-            r.latin1(url_);
-            r.rest(binary_);
-        } else if (id_ == L"APIC") {
-            uint32_t dataLength = 0;
-            if (flags_ & 0x0001) { // data length indicator
-                if (r.remaining() < 4) break;
-                dataLength = word(r.here(), 4);
-                r.skip(4);
-            }
-            r.encodingByte();
-            r.latin1(url_);
-            r.byte(type_);
-            r.encoded(description_);
-            if (r.more()) binary_.assign(r.here(), dataLength != 0 ? std::min<size_t>(dataLength, r.remaining()) : r.remaining());
-        } else {
-            r.rest(binary_);
-        }
-        break;
-    case 'C':
-        if (id_ == L"COMM" || id_ == L"COM") {
-            r.encodingByte();
-            r.language(url_);
-            r.encoded(description_);
-            r.encoded(text_);
-        } else if (id_ == L"CRA") {
-            r.latin1(url_);
-            r.rest(binary_);
-        } else {
-            r.rest(binary_);
-        }
-        break;
-    case 'G':
-        if (id_ == L"GEOB" || id_ == L"GEO") {
-            r.encodingByte();
-            r.latin1(url_);
-            r.encoded(text_);
-            r.encoded(description_);
-            r.rest(binary_);
-        } else {
-            r.rest(binary_);
-        }
-        break;
-    case 'I':
-        if (prefix == L"IPL") {
-            r.encodingByte();
-            r.encoded(text_);
-        } else {
-            r.rest(binary_);
-        }
-        break;
-    case 'P':
-        if (id_ == L"PIC") {
-            r.encodingByte();
-            if (r.more()) {
-                url_ = asciiOrEmpty(r.here(), std::min<size_t>(3, r.remaining())); // image format
-                r.skip(3);
-            }
-            r.byte(type_);
-            r.encoded(description_);
-            r.rest(binary_);
-        } else if (id_ == L"PRIV") {
-            r.latin1(url_);
-            r.rest(binary_);
-        } else {
-            r.rest(binary_);
-        }
-        break;
-    case 'T':
-        r.encodingByte();
-        if (prefix == L"TXX") r.encoded(description_);
-        r.encoded(text_);
-        break;
-    case 'U':
-        if (prefix == L"UFI") {
-            r.latin1(url_);
-            const size_t n = std::min<size_t>(64, r.remaining());
-            if (n) binary_.assign(r.here(), n);
-            if (r.more() && r.remaining() <= 64) text_ = String::tryString(r.here(), n, kAll);
-        } else if (id_ == L"USLT" || id_ == L"ULT") {
-            r.encodingByte();
-            r.language(url_);
-            r.encoded(description_);
-            r.encoded(text_);
-        } else {
-            r.encodingByte();
-            r.language(url_);
-            r.encoded(text_);
-        }
-        break;
-    case 'W':
-        if (prefix == L"WXX") {
-            r.encodingByte();
-            r.encoded(description_);
-        }
-        r.latin1(url_);
-        break;
-    default:
-        r.rest(binary_);
-        break;
-    }
-    return __6_OR_10__ + size_;
+    for (const FrameFamily& family : kFrameFamilies)
+        if (family.firstLetter == id[0]) return family.parts;
+    return kWholeBody;
 }
 
-String ID3v2Frame::toString() const
-{
-    StringBuilder b(64);
-    b.append(id_);
-    b.format(L" size[%d] flags[%x] encoding[%d] type[%d]", size_, flags_, encoding_, type_);
-    if (!url_.isEmpty()) b.format(L" url[%ls]", url_);
-    if (!description_.isEmpty()) b.format(L" description[%ls]", description_);
-    if (!text_.isEmpty()) b.format(L" text[%ls]", text_);
-    if (!binary_.isEmpty()) b.format(L" binary[%zd][%ls]", binary_.length(), String::tryString(binary_, 40));
-    return b.toString();
-}
-
-// ---- the tag ---------------------------------------------------------------
-
-unsigned ID3v2::word7(const char* p, size_t n)
-{
-    unsigned v = 0;
-    for (size_t i = 0; i < n; ++i) v = v * 128 + (static_cast<unsigned char>(p[i]) & 0x7F);
-    return v;
-}
-
-unsigned ID3v2::word8(const char* p, size_t n)
-{
-    unsigned v = 0;
-    for (size_t i = 0; i < n; ++i) v = v * 256 + static_cast<unsigned char>(p[i]);
-    return v;
-}
+// ---- the tag header and the frame chain ------------------------------------
 
 bool __IS_UPPER(const char* begin, const char* end)
 {
@@ -295,8 +169,7 @@ bool __IS_UPPER(const char* begin, const char* end)
 
 int __find_frame_size_bits(signed char version, const char* _begin, const char* _end, bool verbose)
 {
-    const size_t idLength = version > 2 ? 4 : 3;
-    const size_t headerLength = version > 2 ? 10 : 6;
+    const size_t idLength = frameHeaderLayout(version).idLength, headerLength = frameHeaderLayout(version).length;
     const uint64_t length = static_cast<uint64_t>(_end - _begin);
     for (int bits : {8, 7}) {
         uint64_t p = 0;
@@ -324,6 +197,202 @@ int __find_frame_size_bits(signed char version, const char* _begin, const char* 
     return 0;
 }
 
+// "ID3", a major version of at most 4 (taken signed, so 0x80 and above pass)
+// and a size of four bytes of seven bits.
+bool isTagHeader(const char* header)
+{
+    if (std::memcmp(header, kTagMagic, kTagMagicLength) != 0) return false;
+    if (static_cast<signed char>(header[kMajorVersionOffset]) > kNewestMajorVersion) return false;
+    for (size_t i = kTagSizeOffset; i < kTagSizeOffset + kTagSizeLength; ++i)
+        if (static_cast<unsigned char>(header[i]) >= kSevenBitLimit) return false;
+    return true;
+}
+
+} // namespace
+
+// ---- frames ----------------------------------------------------------------
+
+String ID3v2Frame::decode(signed char encoding, const char* p, size_t n) const
+{
+    const unsigned char first = n ? static_cast<unsigned char>(p[0]) : 0;
+    if (encoding == kUtf16WithMark && n == 2 && first == kMarkLittleEndian) return String(); // a byte-order mark alone
+    if (encoding == kUtf16BigEndian && n == 2 && first == kMarkBigEndian) return String();
+    try {
+        switch (encoding) {
+        case kUtf16WithMark: return UTF16Decoder(kLittleEndian).decode(p, n);
+        case kUtf16BigEndian: return UTF16Decoder(kBigEndian).decode(p, n);
+        case kUtf8: return UTF8Decoder().decode(p, n);
+        default: return Latin1Decoder().decode(p, n);
+        }
+    } catch (Exception* e) {
+        e->destroy();
+        return String();
+    }
+}
+
+// The parts of one frame body, taken in turn into the frame's fields. Nothing
+// at or past limit is read; a string without its terminator carries the
+// position past limit, and the parts after it find nothing.
+class ID3v2Frame::BodyReader {
+public:
+    BodyReader(ID3v2Frame& frame, const char* body, size_t limit) : frame_(frame), body_(body), limit_(limit) {}
+
+    void take(FramePart part);
+
+private:
+    bool more() const { return pos_ < limit_; }
+    size_t remaining() const { return more() ? limit_ - pos_ : 0; }
+    const char* here() const { return body_ + pos_; }
+
+    void byte(signed char& out);
+    void latin1(String& out);
+    void encoded(String& out);
+    void language(String& out);
+    void imageFormat(String& out);
+    void dataLength();
+    void rest(ByteString& out);
+    void identifier(ByteString& bytes, String& text);
+
+    ID3v2Frame& frame_;
+    const char* body_;
+    size_t limit_;
+    size_t pos_ = 0;
+    uint32_t dataLength_ = 0; // 0: the data runs to the frame's end
+};
+
+void ID3v2Frame::BodyReader::take(FramePart part)
+{
+    switch (part) {
+    case FramePart::EncodingByte: byte(frame_.encoding_); break;
+    case FramePart::TypeByte: byte(frame_.type_); break;
+    case FramePart::DataLength: dataLength(); break;
+    case FramePart::Latin1ToUrl: latin1(frame_.url_); break;
+    case FramePart::LanguageToUrl: language(frame_.url_); break;
+    case FramePart::ImageFormatToUrl: imageFormat(frame_.url_); break;
+    case FramePart::EncodedToDescription: encoded(frame_.description_); break;
+    case FramePart::EncodedToText: encoded(frame_.text_); break;
+    case FramePart::RestToBinary: rest(frame_.binary_); break;
+    case FramePart::IdentifierToBinaryAndText: identifier(frame_.binary_, frame_.text_); break;
+    case FramePart::End: break;
+    }
+}
+
+void ID3v2Frame::BodyReader::byte(signed char& out)
+{
+    if (!more()) return;
+    out = static_cast<signed char>(body_[pos_]);
+    ++pos_;
+}
+
+void ID3v2Frame::BodyReader::latin1(String& out)
+{
+    if (!more()) return;
+    const size_t n = ByteString::length(here(), remaining());
+    out = frame_.decode(kLatin1, here(), n).trim();
+    pos_ += n + 1;
+}
+
+void ID3v2Frame::BodyReader::encoded(String& out)
+{
+    if (!more()) return;
+    const signed char encoding = frame_.encoding_;
+    const size_t n = __decode_length__(encoding, here(), remaining());
+    out = frame_.decode(encoding, here(), n).trim();
+    pos_ += __skip_length__(encoding, n);
+}
+
+// Taken only with a byte after it: a code that ends the body is read as the
+// next string.
+void ID3v2Frame::BodyReader::language(String& out)
+{
+    if (remaining() <= kLanguageCodeLength || !__valid_language_code(here())) return;
+    out = asciiOrEmpty(here(), kLanguageCodeLength).trim();
+    pos_ += kLanguageCodeLength;
+}
+
+void ID3v2Frame::BodyReader::imageFormat(String& out)
+{
+    if (!more()) return;
+    out = asciiOrEmpty(here(), std::min(kImageFormatLength, remaining()));
+    pos_ += kImageFormatLength;
+}
+
+void ID3v2Frame::BodyReader::dataLength()
+{
+    if (!(frame_.flags_ & kDataLengthIndicator)) return;
+    if (remaining() < kDataLengthSize) {
+        pos_ = limit_; // no room for the length: nothing more is read
+        return;
+    }
+    dataLength_ = frame_.word(here(), kDataLengthSize);
+    pos_ += kDataLengthSize;
+}
+
+void ID3v2Frame::BodyReader::rest(ByteString& out)
+{
+    if (more()) out.assign(here(), dataLength_ != 0 ? std::min<size_t>(dataLength_, remaining()) : remaining());
+}
+
+void ID3v2Frame::BodyReader::identifier(ByteString& bytes, String& text)
+{
+    const size_t n = std::min(kIdentifierLimit, remaining());
+    if (n) bytes.assign(here(), n);
+    if (more() && remaining() <= kIdentifierLimit) text = String::tryString(here(), n, kAll);
+}
+
+unsigned ID3v2Frame::word(const char* p, size_t n) const { return owner_.fsbits() == 7 ? ID3v2::word7(p, n) : ID3v2::word8(p, n); }
+
+size_t ID3v2Frame::read(const char* _begin, const char* _end)
+{
+    const size_t __6_OR_10__ = owner_.frameHeaderLength();
+    ZEL_ASSERT(_begin + __6_OR_10__ < _end);
+    if (_end - _begin <= static_cast<ptrdiff_t>(__6_OR_10__)) return __6_OR_10__;
+    const FrameHeaderLayout& header = __6_OR_10__ == kFrameHeader22.length ? kFrameHeader22 : kFrameHeader23;
+    id_ = asciiOrEmpty(_begin, header.idLength);
+    size_ = word(_begin + header.idLength, header.idLength);
+    if (header.hasFlags) {
+        const char* flagBytes = _begin + kFrameFlagsOffset;
+        flags_ = static_cast<int16_t>(static_cast<unsigned char>(flagBytes[0]) << 8 | static_cast<unsigned char>(flagBytes[1]));
+    }
+    const char* body = _begin + __6_OR_10__;
+    BodyReader reader(*this, body, std::min<size_t>(size_, static_cast<size_t>(_end - body)));
+    for (FramePart part : partsOf(_begin, header.idLength, !id_.isEmpty())) {
+        if (part == FramePart::End) break;
+        reader.take(part);
+    }
+    return __6_OR_10__ + size_;
+}
+
+String ID3v2Frame::toString() const
+{
+    StringBuilder b(kFrameTextCapacity);
+    b.append(id_);
+    b.format(L" size[%d] flags[%x] encoding[%d] type[%d]", size_, flags_, encoding_, type_);
+    if (!url_.isEmpty()) b.format(L" url[%ls]", url_);
+    if (!description_.isEmpty()) b.format(L" description[%ls]", description_);
+    if (!text_.isEmpty()) b.format(L" text[%ls]", text_);
+    if (!binary_.isEmpty()) b.format(L" binary[%zd][%ls]", binary_.length(), String::tryString(binary_, kBinaryPreviewLength));
+    return b.toString();
+}
+
+// ---- the tag ---------------------------------------------------------------
+
+unsigned ID3v2::word7(const char* p, size_t n)
+{
+    unsigned v = 0;
+    for (size_t i = 0; i < n; ++i) v = v * 128 + (static_cast<unsigned char>(p[i]) & 0x7F);
+    return v;
+}
+
+unsigned ID3v2::word8(const char* p, size_t n)
+{
+    unsigned v = 0;
+    for (size_t i = 0; i < n; ++i) v = v * 256 + static_cast<unsigned char>(p[i]);
+    return v;
+}
+
+size_t ID3v2::frameHeaderLength() const { return frameHeaderLayout(version()).length; }
+
 ID3v2::~ID3v2() { release(); }
 
 void ID3v2::release()
@@ -336,30 +405,28 @@ void ID3v2::release()
 size_t ID3v2::skipExtendedHeader(const char* _begin, const char* _end) const
 {
     ZEL_ASSERT(_begin + 6 <= _end);
-    if (_end - _begin < 6) return static_cast<size_t>(_end - _begin); // too short to hold one: nothing is walked
-    ZEL_TRACE(L"Number of flag bytes [%d]\n", static_cast<signed char>(_begin[4]));
-    return word7(_begin, 4);
+    if (_end - _begin < static_cast<ptrdiff_t>(kExtendedHeaderMinimum)) return static_cast<size_t>(_end - _begin); // nothing is walked
+    ZEL_TRACE(L"Number of flag bytes [%d]\n", static_cast<signed char>(_begin[kFlagByteCountOffset]));
+    return word7(_begin, kExtendedHeaderLengthSize);
 }
 
 bool ID3v2::read(File& file, const char* header)
 {
-    char local[10];
+    char local[kTagHeaderLength];
     if (!header) {
-        file.seek(0, 0);
+        file.seek(0, kFromStart);
         if (file.read(local, sizeof local) < sizeof local) return false;
         header = local;
     } else {
-        file.seek(10, 0);
+        file.seek(kTagHeaderLength, kFromStart);
     }
-    if (std::memcmp(header, "ID3", 3) != 0 || static_cast<signed char>(header[3]) > 4) return false;
-    for (int i = 6; i < 10; ++i)
-        if (static_cast<unsigned char>(header[i]) >= 0x80) return false;
+    if (!isTagHeader(header)) return false;
 
     release(); // what an earlier read left
     std::memset(header_, 0, sizeof header_);
     fsbits_ = 0;
-    ID3_ = AsciiDecoder().decode(header, 3);
-    size_ = word7(header + 6, 4);
+    ID3_ = AsciiDecoder().decode(header, kTagMagicLength);
+    size_ = word7(header + kTagSizeOffset, kTagSizeLength);
     // The body is never larger than what the file can provide.
     if (size_ > file.size()) return false;
     data_ = static_cast<char*>(ZEL_MALLOC(size_));
@@ -370,17 +437,23 @@ bool ID3v2::read(File& file, const char* header)
 
     const char* begin = data_;
     const char* end = data_ + got;
-    if (flags() & 0x40) begin += std::min<size_t>(skipExtendedHeader(begin, end), static_cast<size_t>(end - begin));
+    if (flags() & kExtendedHeaderFlag) begin += std::min<size_t>(skipExtendedHeader(begin, end), static_cast<size_t>(end - begin));
     fsbits_ = __find_frame_size_bits(version(), begin, end, false);
     if (fsbits_ == 0) {
         ZEL_TRACE(L"ID3v2 Invalid Frames [%ls]\n", file.path());
         fsbits_ = __find_frame_size_bits(version(), begin, end, true);
         return false;
     }
+    walkFrames(begin, end, file.path());
+    return true;
+}
+
+void ID3v2::walkFrames(const char* begin, const char* end, const String& path)
+{
     const size_t headerLength = frameHeaderLength();
     while (static_cast<size_t>(end - begin) > headerLength && *begin != 0) {
         if (!isUpperLetter(*begin)) {
-            ZEL_TRACE(L"ID3v2 Frame Read Failed [%ls]\n", file.path());
+            ZEL_TRACE(L"ID3v2 Frame Read Failed [%ls]\n", path);
             break;
         }
         ID3v2Frame* frame = ZEL_NEW ID3v2Frame(*this);
@@ -395,7 +468,6 @@ bool ID3v2::read(File& file, const char* header)
         if (used >= static_cast<size_t>(end - begin)) break;
         begin += used;
     }
-    return true;
 }
 
 String ID3v2::toString() const

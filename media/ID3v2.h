@@ -44,10 +44,15 @@ public:
     const std::type_info& typeInfo() const override { return typeid(ID3v2Frame); }
 
 private:
+    // Takes the parts of a body, as its kind lists them (media/ID3v2FrameKinds.h),
+    // into the fields below.
+    class BodyReader;
+
     const ID3v2& owner_;
     String id_;
     uint32_t size_ = 0;
     int16_t flags_ = 0;
+    // What these hold depends on the kind of frame: see media/ID3v2FrameKinds.h.
     signed char encoding_ = 0;
     signed char type_ = 0;
     String url_;
@@ -86,13 +91,16 @@ public:
 
     // Frame header length: 10 above version 2; 6 for version 2 and for the
     // versions 0, 1 and negative that the header test lets through.
-    size_t frameHeaderLength() const { return version() > 2 ? 10 : 6; }
+    size_t frameHeaderLength() const;
 
     String toString() const override;
     const std::type_info& typeInfo() const override { return typeid(ID3v2); }
 
 private:
     void release();
+    // Reads the frames from begin until the padding, the body's end or an id
+    // that does not begin with a letter A-Z; path names the file in the trace.
+    void walkFrames(const char* begin, const char* end, const String& path);
 
     char header_[10] = {};
     int fsbits_ = 0;
@@ -101,12 +109,5 @@ private:
     uint32_t size_ = 0;
     PointerArray<ID3v2Frame> frames_;
 };
-
-// Helpers of the tag and frame readers.
-int __find_frame_size_bits(signed char version, const char* _begin, const char* _end, bool verbose);
-bool __IS_UPPER(const char* begin, const char* end);
-size_t __decode_length__(signed char encoding, const char* _psz, size_t max);
-size_t __skip_length__(signed char encoding, size_t length);
-bool __valid_language_code(const char* p);
 
 } // namespace ZELd
