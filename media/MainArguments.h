@@ -6,6 +6,9 @@
 
 namespace ZELd {
 
+// The program's name: what it calls itself when started without one.
+inline constexpr wchar_t kProgramName[] = L"sonarcat";
+
 class MainArguments : public Arguments {
 public:
     MainArguments(Writer& output, Writer& errout);
