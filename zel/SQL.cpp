@@ -33,7 +33,10 @@ SQLConfiguration& configuration()
 
 // ---- parameters -----------------------------------------------------------------
 
-SQLParam::SQLParam(String name) : name_(std::move(name)), value_(std::make_unique<Value>()) {}
+SQLParam::SQLParam(String name, const String* statement)
+    : name_(std::move(name)), statement_(statement), value_(std::make_unique<Value>())
+{
+}
 
 SQLParam::~SQLParam() = default;
 SQLParam::SQLParam(SQLParam&& other) noexcept = default;
@@ -53,22 +56,30 @@ void SQLParam::setUInt(unsigned long long v)
     value_->u = v;
 }
 
-void SQLParam::setValue(const String& v, SQL::DataType)
+void SQLParam::refuse(const wchar_t* what, int given) const
 {
+    throw ZEL_NEW SQLException(String::format(L"Parameter [%ls] of [%ls]: %ls %d", name_, statement_ ? *statement_ : String(), what, given));
+}
+
+void SQLParam::setValue(const String& v, SQL::DataType type)
+{
+    if (type != SQL::Text) refuse(L"text cannot be bound as data type", type);
     *value_ = Value();
     value_->kind = Value::Text;
     value_->bytes = toUtf8(v.str(), EscapedBytes::Replace); // database text must be valid UTF-8
 }
 
-void SQLParam::setValue(const ByteString& v, SQL::DataType)
+void SQLParam::setValue(const ByteString& v, SQL::DataType type)
 {
+    if (type != SQL::Bytes) refuse(L"bytes cannot be bound as data type", type);
     *value_ = Value();
     value_->kind = Value::Bytes;
     value_->bytes.assign(v.data(), v.length());
 }
 
-void SQLParam::setValue(DateTime v, short)
+void SQLParam::setValue(DateTime v, short flags)
 {
+    if (flags != SQL::TimestampWithoutZone) refuse(L"a time cannot be bound with flags", flags);
     *value_ = Value();
     value_->kind = Value::Time;
     value_->time = {v.year(), v.month(), v.day(), v.hour(), v.minute(), v.second(), v.millisecond()};
@@ -79,16 +90,18 @@ void SQLParam::setNull() { *value_ = Value(); }
 SQLParam& SQLParams::operator[](size_t index)
 {
     ZEL_ASSERT(index < params_.size());
-    if (index < params_.size()) return params_[index];
-    return spare_;
+    if (index >= params_.size())
+        throw ZEL_NEW SQLException(
+            String::format(L"No parameter %zd in [%ls]: it has %zd", index, statement_ ? *statement_ : String(), params_.size()));
+    return params_[index];
 }
 
 SQLParam* SQLParams::byName(const wchar_t* name)
 {
-    if (!name) return nullptr;
+    if (!name) name = L"";
     for (SQLParam& p : params_)
         if (p.name_ == name) return &p;
-    return nullptr;
+    throw ZEL_NEW SQLException(String::format(L"No parameter [%ls] in [%ls]", name, statement_ ? *statement_ : String()));
 }
 
 // ---- fields -----------------------------------------------------------------------
@@ -218,7 +231,7 @@ void SQLConnection::rollbackTrans()
 
 // ---- queries ----------------------------------------------------------------------
 
-SQLQuery::SQLQuery(SQLConnection* connection) : connection_(connection) {}
+SQLQuery::SQLQuery(SQLConnection* connection) : connection_(connection) { params_.statement_ = &sql_; }
 
 SQLQuery::~SQLQuery() { release(); }
 
@@ -249,12 +262,15 @@ void SQLQuery::prepare(const String& sql)
         statement_ = connection.driver->prepare(text.translation.text, text.translation.slots.size(), error);
         if (!statement_) fail(L"Cannot prepare [" + sql + L"]", error);
         params_.params_.reserve(text.translation.names.size());
-        for (const String& name : text.translation.names) params_.params_.emplace_back(name);
+        for (const String& name : text.translation.names) params_.params_.emplace_back(name, &sql_);
     } else {
         statement_ = text.idle.back().statement;
         params_.params_ = std::move(text.idle.back().params);
         text.idle.pop_back();
-        for (SQLParam& param : params_.params_) param.setNull();
+        for (SQLParam& param : params_.params_) {
+            param.statement_ = &sql_;
+            param.setNull();
+        }
     }
     text_ = &text;
 }

@@ -10,8 +10,9 @@
 //
 // Placeholders are ":NAME" (bound by name or by position, numbered from 0 in
 // order of first appearance) or "?" (by position); every value is bound, never
-// pasted into the text. Every failure throws SQLException (as a pointer).
-// A query must not outlive its connection. One thread.
+// pasted into the text. Every failure throws SQLException (as a pointer),
+// misuse included: a parameter the statement does not have, a value of the
+// wrong data type. A query must not outlive its connection. One thread.
 #pragma once
 
 #include <cstdint>
@@ -61,7 +62,7 @@ struct SQLConfiguration {
 // to the next until it is set again.
 class SQLParam {
 public:
-    explicit SQLParam(String name);
+    SQLParam(String name, const String* statement);
     ~SQLParam();
     SQLParam(SQLParam&& other) noexcept;
     SQLParam& operator=(SQLParam&& other) noexcept;
@@ -71,11 +72,11 @@ public:
     void setValue(unsigned int v) { setUInt(v); }
     void setValue(long long v) { setInt(v); }
     void setValue(unsigned long long v) { setUInt(v); }
-    // Bound as text, whatever type says.
+    // type: SQL::Text; any other throws SQLException.
     void setValue(const String& v, SQL::DataType type);
-    // Bound as bytes, whatever type says.
+    // type: SQL::Bytes; any other throws SQLException.
     void setValue(const ByteString& v, SQL::DataType type);
-    // Bound as a timestamp without time zone, whatever flags say.
+    // flags: SQL::TimestampWithoutZone; any other throws SQLException.
     void setValue(DateTime v, short flags);
     void setNull();
 
@@ -84,23 +85,26 @@ private:
     friend class SQLQuery;
     void setInt(long long v);
     void setUInt(unsigned long long v);
+    [[noreturn]] void refuse(const wchar_t* value, int type) const;
 
     String name_;
+    const String* statement_; // the text of the query it belongs to
     std::unique_ptr<sqldriver::Value> value_;
 };
 
 class SQLParams {
 public:
-    // By position, from 0. Out of range: an assertion, then the last parameter
-    // (or a spare one when there is none), so that nothing outside is touched.
+    // By position, from 0. Out of range: an assertion, then SQLException
+    // naming the position and the statement; nothing is bound.
     SQLParam& operator[](size_t index);
-    // By name without its colon; null when the statement has no such parameter.
+    // By name without its colon; never null. A name the statement does not
+    // have throws SQLException naming it and the statement.
     SQLParam* byName(const wchar_t* name);
 
 private:
     friend class SQLQuery;
     std::vector<SQLParam> params_;
-    SQLParam spare_{String()};
+    const String* statement_ = nullptr;
 };
 
 class SQLField {

@@ -1,6 +1,9 @@
 // The SQL layer over each engine: queries with parameters return their rows
-// inside a transaction, and two live queries of one text keep their own rows.
+// inside a transaction, two live queries of one text keep their own rows, and
+// a misused parameter fails with SQLException instead of binding nothing.
 #include <gtest/gtest.h>
+
+#include <functional>
 
 #include "support/Catalogue.h"
 
@@ -10,6 +13,19 @@ using namespace ZELd;
 namespace {
 
 const String kInsertDir = L"INSERT INTO STOR_DIR (DIR_ID, PATH, CREA_TS, MODI_TS) VALUES (:ID, :PATH, :TS, :TS)";
+
+// The message of the SQLException that action throws; empty when it throws none.
+std::wstring failure(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (SQLException* e) {
+        const std::wstring message = e->toString().str();
+        e->destroy();
+        return message;
+    }
+    return L"";
+}
 
 std::vector<int> ids(SQLQuery& q)
 {
@@ -60,5 +76,23 @@ TEST_P(SQLLayer, QueriesOfOneTextKeepTheirOwnRowsInsideATransaction)
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()));
+
+TEST(SQLParams, MisuseFailsNamingTheParameterAndTheStatement)
+{
+    Catalogue catalogue("SQLite");
+    SQLConnection c(L"ZELSQLite3");
+    c.open(fromNativePath(catalogue.database().c_str()));
+    SQLQuery q(&c);
+    q.prepare(kInsertDir);
+    const std::wstring in = L" [" + kInsertDir.str() + L"]";
+    const std::pair<std::function<void()>, std::wstring> cases[] = {
+        {[&] { q.params().byName(L"DIR_ID")->setValue(1); }, L"No parameter [DIR_ID] in" + in},
+        {[&] { q.params()[3].setValue(1); }, L"No parameter 3 in" + in + L": it has 3"},
+        {[&] { q.params()[1].setValue(String(L"x"), SQL::Bytes); }, L"Parameter [PATH] of" + in + L": text cannot be bound as data type 14"},
+        {[&] { q.params()[1].setValue(ByteString("x", 1), SQL::Text); }, L"Parameter [PATH] of" + in + L": bytes cannot be bound as data type 13"},
+        {[&] { q.params()[2].setValue(DateTime(), 0); }, L"Parameter [TS] of" + in + L": a time cannot be bound with flags 0"},
+    };
+    for (const auto& [misuse, message] : cases) EXPECT_EQ(failure(misuse), message);
+}
 
 } // namespace
