@@ -41,9 +41,9 @@
 // open(): called once, right after the connection is made.
 //   - settings: the KEY=value pairs of the connection string in the order
 //     given, keys upper-cased, blanks around keys and values dropped;
-//     setting() finds the first of a key. Keys:
-//     DRIVER, DATABASE, USER, PASSWORD, SERVER (a host, or host "/" port),
-//     PORT, KEY. A driver uses the ones its database has and ignores others.
+//     setting() finds the first of a key. Keys: DRIVER, DATABASE, USER,
+//     PASSWORD, SERVER (a host, or host "/" port), PORT, KEY. A driver uses
+//     the ones its database has and ignores the others.
 //   - connectionString: the string as the user gave it. An ODBC driver hands
 //     it to the driver manager unchanged.
 //   - applicationName: how the program names itself to a server that lists
@@ -59,7 +59,7 @@
 //   Bytes  raw bytes, zero bytes included, stored as binary data.
 //   Time   a local date and time to the millisecond, stored as a timestamp
 //          without time zone (where there is none, as the text
-//          "YYYY-MM-DD HH:MM:SS.mmm").
+//          "YYYY-MM-DD HH:MM:SS.mmm" of timestampText()).
 //   fetch() gives integer columns as Int, binary columns as Bytes, NULL as
 //   Null and every other value as Text, as the database renders it.
 //
@@ -83,9 +83,10 @@
 //   - bind(): sets parameter index for the next execute(). The layer binds
 //     every parameter before every execute().
 //   - execute(): runs the statement. One that returns no rows may be queued
-//     inside a transaction, its failure told at a later call (a query, the
-//     commit): PostgreSQL pipelines a file's inserts so. One that returns
-//     rows is answered before execute() returns.
+//     inside a transaction, its failure told by the next call that waits for
+//     an answer (a query, the first prepare of a text, the commit):
+//     PostgreSQL pipelines a file's inserts so. One that returns rows is
+//     answered before execute() returns.
 //   - fetch(): the next row of the last execute(); false at the end (message
 //     empty) or on a failure (message set). After the end every fetch()
 //     returns false: it never runs the statement again. The layer calls it
@@ -98,15 +99,15 @@
 //   - begin(), commit(), rollback(): one transaction at a time; outside one
 //     each statement commits by itself.
 //   - commit() fails when any statement of the transaction failed, queued
-//     ones included; the layer then calls rollback().
+//     ones included; the program then calls rollback().
 //   - rollback() succeeds when the database has already rolled the
 //     transaction back by itself (SQLite does after a full disk or an I/O
 //     error): nothing is left to undo. It fails when the transaction cannot be
 //     ended, as when the link to the server is lost: nothing more can be
 //     stored, and the program stops its walk.
-//   - connected(): true from a successful open() until the driver learns that
-//     the link is gone. Answered without a round trip: it is asked before
-//     every file.
+//   - connected(): false before a successful open(), then true until the
+//     driver learns that the link is gone. Answered without a round trip:
+//     it is asked before every file.
 //
 // serverInfo(): the database and its version as the server (or the embedded
 // library) reports it, "PostgreSQL 15.4", "SQLite 3.40.1"; the program shows

@@ -46,7 +46,7 @@ SQLTranslation translatePlaceholders(const String& sql, sqldriver::Connection& d
     const bool numbered = driver.placeholder(0) != driver.placeholder(1);
     const std::wstring& s = sql.str();
     std::wstring out;
-    out.reserve(s.size() + 16);
+    out.reserve(s.size());
     auto place = [&](size_t parameter) {
         if (!numbered || parameter == t.slots.size()) t.slots.push_back(parameter);
         const std::string p = driver.placeholder(numbered ? parameter : t.slots.size() - 1);
