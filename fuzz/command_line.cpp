@@ -7,7 +7,9 @@
 #include "FuzzSupport.h"
 #include "media/MainArguments.h"
 #include "zel/Exception.h"
-#include "zel/SQL.h"
+#include "zel/SQLConnectionString.h"
+#include "zel/SQLDriver.h"
+#include "zel/SQLPlaceholders.h"
 
 using namespace ZELd;
 
@@ -16,7 +18,7 @@ namespace {
 // A driver whose placeholders are "?N".
 struct Driver : sqldriver::Connection {
     size_t placeholders = 0;
-    bool open(const sqldriver::Settings&, const std::string&, sqldriver::DriverError&) override { return true; }
+    bool open(const sqldriver::OpenRequest&, sqldriver::DriverError&) override { return true; }
     std::string serverInfo() override { return ""; }
     bool connected() override { return true; }
     bool begin(sqldriver::DriverError&) override { return true; }
@@ -53,8 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             FUZZ_CHECK(static_cast<unsigned char>(key.front()) > 0x20 && static_cast<unsigned char>(key.back()) > 0x20 && value.find(';') == std::string::npos);
         }
         Driver driver;
-        std::vector<String> names;
-        translatePlaceholders(arguments.database(), driver, names);
+        const std::vector<String> names = translatePlaceholders(arguments.database(), driver).names;
         // One placeholder for each "?" and each use of a name; a name is listed once.
         FUZZ_CHECK(driver.placeholders >= names.size());
         for (size_t i = 0; i < names.size(); ++i)

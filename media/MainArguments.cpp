@@ -28,7 +28,7 @@ const Arguments::Option __options__[] = {
 } // namespace
 
 MainArguments::MainArguments(Writer& output, Writer& errout)
-    : Arguments(output, errout, L"sonarcat 1.1.2", L"sonarcat-maintainers@lists.example.org", L"PATH", L"Collects mp3 tags",
+    : Arguments(output, errout, kProgramName, L"sonarcat 1.1.2", L"sonarcat-maintainers@lists.example.org", L"PATH", L"Collects mp3 tags",
                 __options__)
 {
 }

@@ -6,6 +6,10 @@
 
 namespace ZELd {
 
+// The program's name: what it calls itself when started without one, what it
+// tells database servers, and its folder of driver modules in an install.
+inline constexpr wchar_t kProgramName[] = L"sonarcat";
+
 class MainArguments : public Arguments {
 public:
     MainArguments(Writer& output, Writer& errout);

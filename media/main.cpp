@@ -13,6 +13,7 @@
 #include "zel/Exception.h"
 #include "zel/Files.h"
 #include "zel/Process.h"
+#include "zel/SQL.h"
 #include "zel/Utf8.h"
 #include "zel/Writer.h"
 
@@ -52,6 +53,15 @@ public:
     ReportBinding& operator=(const ReportBinding&) = delete;
 };
 
+// Driver modules sit beside the program in a build and in lib/<program>/ of an install.
+void configureDatabaseAccess()
+{
+    SQLConfiguration setUp;
+    setUp.moduleDirectories.push_back(String(L"../lib/") + kProgramName + L"/");
+    setUp.applicationName = kProgramName;
+    SQLConnection::configure(std::move(setUp));
+}
+
 void run(MainArguments& args)
 {
     Writer& out = args.output();
@@ -83,6 +93,7 @@ int main(int argc, char** argv)
     using namespace ZELd;
     std::setlocale(LC_ALL, "");
     ZELInitializeD();
+    configureDatabaseAccess();
     try {
         FileWriter output(STDOUT_FILENO, nullptr);
         FileWriter errout(STDERR_FILENO, nullptr);

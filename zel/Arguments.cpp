@@ -16,10 +16,10 @@ bool isEnd(const Arguments::Option& o) { return !o.name && !o.id && !o.valueName
 
 } // namespace
 
-Arguments::Arguments(Writer& output, Writer& errout, const wchar_t* banner, const wchar_t* contact, const wchar_t* synopsis,
-                     const wchar_t* description, const Option* options)
+Arguments::Arguments(Writer& output, Writer& errout, const wchar_t* programName, const wchar_t* banner, const wchar_t* contact,
+                     const wchar_t* synopsis, const wchar_t* description, const Option* options)
     : output_(output), errout_(errout), banner_(banner), contact_(contact), synopsis_(synopsis), description_(description),
-      options_(options), value0_(L"sonarcat")
+      options_(options), value0_(programName ? programName : L"")
 {
 }
 

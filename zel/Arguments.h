@@ -25,9 +25,10 @@ public:
         const wchar_t* help;      // help text; a heading row carries only this
     };
 
+    // programName: value0() when the command line does not give one.
     // options: rows ended by a row whose fields are all empty.
-    Arguments(Writer& output, Writer& errout, const wchar_t* banner, const wchar_t* contact, const wchar_t* synopsis,
-              const wchar_t* description, const Option* options);
+    Arguments(Writer& output, Writer& errout, const wchar_t* programName, const wchar_t* banner, const wchar_t* contact,
+              const wchar_t* synopsis, const wchar_t* description, const Option* options);
 
     // valuesRequired: a command line without a value is refused.
     bool parse(int argc, char** argv, bool valuesRequired);

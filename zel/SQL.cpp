@@ -1,124 +1,134 @@
 #define ZEL_SOURCE "zel/SQL"
 #include "zel/SQL.h"
 
-#include <climits>
-#include <dirent.h>
-#include <unistd.h>
+#include <map>
 
 #include "zel/FileName.h"
-#include "zel/Files.h"
+#include "zel/SQLConnectionString.h"
+#include "zel/SQLDriver.h"
+#include "zel/SQLDriverModule.h"
+#include "zel/SQLPlaceholders.h"
 #include "zel/SharedLibrary.h"
-#include "zel/StringBuilder.h"
 #include "zel/Utf8.h"
 
 namespace ZELd {
 
-namespace {
-
 using sqldriver::DriverError;
 using sqldriver::Value;
+
+namespace {
 
 [[noreturn]] void fail(const String& what, const DriverError& error)
 {
     throw ZEL_NEW SQLException(what + L": " + fromNativePath(error.message.c_str()));
 }
 
-String programDirectory()
+SQLConfiguration& configuration()
 {
-    char buffer[PATH_MAX];
-    ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof buffer - 1);
-    if (n <= 0) return String();
-    return Files::dirname(fromNativePath(buffer, static_cast<size_t>(n)));
-}
-
-bool exists(const String& path) { return ::access(nativePath(path).c_str(), F_OK) == 0; }
-
-// The driver modules found in a directory, for the message about a missing one.
-String modulesIn(const String& dir)
-{
-    StringBuilder names(64);
-    DIR* d = ::opendir(nativePath(dir).c_str());
-    if (!d) return String();
-    while (dirent* e = ::readdir(d)) {
-        String name = fromNativePath(e->d_name);
-        if (name.startsWith(L"libZEL") && name.endsWith(L".so")) {
-            if (names.length()) names.append(L", ");
-            names.append(name.substring(3, name.length() - 6));
-        }
-    }
-    ::closedir(d);
-    return names.toString();
+    static SQLConfiguration setUp;
+    return setUp;
 }
 
 } // namespace
 
-// ---- parameters and fields ---------------------------------------------------
+// ---- parameters -----------------------------------------------------------------
+
+SQLParam::SQLParam(String name, const String* statement)
+    : name_(std::move(name)), statement_(statement), value_(std::make_unique<Value>())
+{
+}
+
+SQLParam::~SQLParam() = default;
+SQLParam::SQLParam(SQLParam&& other) noexcept = default;
+SQLParam& SQLParam::operator=(SQLParam&& other) noexcept = default;
 
 void SQLParam::setInt(long long v)
 {
-    value_ = Value();
-    value_.kind = Value::Int;
-    value_.i = v;
+    *value_ = Value();
+    value_->kind = Value::Int;
+    value_->i = v;
 }
 
 void SQLParam::setUInt(unsigned long long v)
 {
-    value_ = Value();
-    value_.kind = Value::UInt;
-    value_.u = v;
+    *value_ = Value();
+    value_->kind = Value::UInt;
+    value_->u = v;
 }
 
-void SQLParam::setValue(const String& v, SQL::DataType)
+void SQLParam::refuse(const wchar_t* what, int given) const
 {
-    value_ = Value();
-    value_.kind = Value::Text;
-    value_.bytes = toUtf8(v.str(), EscapedBytes::Replace); // database text must be valid UTF-8
+    throw ZEL_NEW SQLException(String::format(L"Parameter [%ls] of [%ls]: %ls %d", name_, statement_ ? *statement_ : String(), what, given));
 }
 
-void SQLParam::setValue(const ByteString& v, SQL::DataType)
+void SQLParam::setValue(const String& v, SQL::DataType type)
 {
-    value_ = Value();
-    value_.kind = Value::Bytes;
-    value_.bytes.assign(v.data(), v.length());
+    if (type != SQL::Text) refuse(L"text cannot be bound as data type", type);
+    *value_ = Value();
+    value_->kind = Value::Text;
+    value_->bytes = toUtf8(v.str(), EscapedBytes::Replace); // database text must be valid UTF-8
 }
 
-void SQLParam::setValue(DateTime v, short)
+void SQLParam::setValue(const ByteString& v, SQL::DataType type)
 {
-    value_ = Value();
-    value_.kind = Value::Time;
-    value_.time = {v.year(), v.month(), v.day(), v.hour(), v.minute(), v.second(), v.millisecond()};
+    if (type != SQL::Bytes) refuse(L"bytes cannot be bound as data type", type);
+    *value_ = Value();
+    value_->kind = Value::Bytes;
+    value_->bytes.assign(v.data(), v.length());
 }
+
+void SQLParam::setValue(DateTime v, short flags)
+{
+    if (flags != SQL::TimestampWithoutZone) refuse(L"a time cannot be bound with flags", flags);
+    *value_ = Value();
+    value_->kind = Value::Time;
+    value_->time = {v.year(), v.month(), v.day(), v.hour(), v.minute(), v.second(), v.millisecond()};
+}
+
+void SQLParam::setNull() { *value_ = Value(); }
 
 SQLParam& SQLParams::operator[](size_t index)
 {
     ZEL_ASSERT(index < params_.size());
-    if (index < params_.size()) return params_[index];
-    return spare_;
+    if (index >= params_.size())
+        throw ZEL_NEW SQLException(
+            String::format(L"No parameter %zd in [%ls]: it has %zd", index, statement_ ? *statement_ : String(), params_.size()));
+    return params_[index];
 }
 
 SQLParam* SQLParams::byName(const wchar_t* name)
 {
+    if (!name) name = L"";
     for (SQLParam& p : params_)
-        if (p.name() == name) return &p;
-    return nullptr;
+        if (p.name_ == name) return &p;
+    throw ZEL_NEW SQLException(String::format(L"No parameter [%ls] in [%ls]", name, statement_ ? *statement_ : String()));
 }
+
+// ---- fields -----------------------------------------------------------------------
+
+SQLField::SQLField() : value_(std::make_unique<Value>()) {}
+SQLField::~SQLField() = default;
+SQLField::SQLField(SQLField&& other) noexcept = default;
+SQLField& SQLField::operator=(SQLField&& other) noexcept = default;
+
+bool SQLField::isNull() const { return value_->kind == Value::Null; }
 
 int64_t SQLField::asInt64() const
 {
-    switch (value_.kind) {
-    case Value::Int: return value_.i;
-    case Value::UInt: return static_cast<int64_t>(value_.u);
-    case Value::Text: return std::strtoll(value_.bytes.c_str(), nullptr, 10);
+    switch (value_->kind) {
+    case Value::Int: return value_->i;
+    case Value::UInt: return static_cast<int64_t>(value_->u);
+    case Value::Text: return std::strtoll(value_->bytes.c_str(), nullptr, 10);
     default: return 0;
     }
 }
 
 String SQLField::asString() const
 {
-    switch (value_.kind) {
-    case Value::Int: return String::valueOf(static_cast<long long>(value_.i));
-    case Value::UInt: return String::valueOf(static_cast<unsigned long long>(value_.u));
-    case Value::Text: return fromNativePath(value_.bytes.data(), value_.bytes.size());
+    switch (value_->kind) {
+    case Value::Int: return String::valueOf(static_cast<long long>(value_->i));
+    case Value::UInt: return String::valueOf(static_cast<unsigned long long>(value_->u));
+    case Value::Text: return fromNativePath(value_->bytes.data(), value_->bytes.size());
     default: return String();
     }
 }
@@ -127,187 +137,115 @@ SQLField& SQLFields::operator[](size_t index)
 {
     ZEL_ASSERT(index < fields_.size());
     if (index < fields_.size()) return fields_[index];
-    spare_ = SQLField();
+    *spare_.value_ = Value();
     return spare_;
 }
 
-// ---- connection string and placeholders --------------------------------------
+// ---- connection -------------------------------------------------------------------
 
-sqldriver::Settings parseConnectionString(const String& connectionString)
-{
-    sqldriver::Settings settings;
-    const std::wstring& s = connectionString.str();
-    size_t start = 0;
-    while (start <= s.size()) {
-        size_t end = s.find(L';', start);
-        if (end == std::wstring::npos) end = s.size();
-        String pair(s.substr(start, end - start));
-        size_t eq = pair.indexOf(L'=');
-        if (eq != String::npos) {
-            String key = pair.substring(size_t{0}, eq).trim();
-            String value = pair.substring(eq + 1).trim();
-            std::string k = toUtf8(key.str());
-            for (char& c : k)
-                if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-            if (!k.empty()) settings.emplace_back(k, toUtf8(value.str()));
-        }
-        start = end + 1;
+// A driver's statement that no query holds, with the parameters made for it.
+struct IdleStatement {
+    sqldriver::Statement* statement;
+    std::vector<SQLParam> params;
+};
+
+// A statement text as the driver takes it, and its idle statements, ready for
+// the next prepare of the text.
+struct SQLConnection::Text {
+    SQLTranslation translation;
+    std::vector<IdleStatement> idle;
+};
+
+struct SQLConnection::Impl {
+    String driverName;
+    SharedLibrary* module = nullptr;
+    sqldriver::Connection* driver = nullptr;
+    std::map<std::wstring, Text> texts; // every text prepared on the connection
+
+    ~Impl()
+    {
+        for (auto& [sql, text] : texts)
+            for (IdleStatement& idle : text.idle) delete idle.statement;
+        delete driver; // the driver's code lives in the module: gone before it
+        delete module;
     }
-    return settings;
+
+    Text& text(const String& sql)
+    {
+        auto it = texts.find(sql.str());
+        if (it == texts.end()) it = texts.emplace(sql.str(), Text{translatePlaceholders(sql, *driver), {}}).first;
+        return it->second;
+    }
+};
+
+void SQLConnection::configure(SQLConfiguration setUp) { configuration() = std::move(setUp); }
+
+SQLConnection::SQLConnection(const String& driverName) : impl_(std::make_unique<Impl>())
+{
+    impl_->driverName = driverName;
+    impl_->module = loadSQLDriverModule(driverName, configuration().moduleDirectories);
+    auto version = reinterpret_cast<int (*)()>(impl_->module->symbol("ZELSQLDriverApiVersion"));
+    auto create = reinterpret_cast<sqldriver::Connection* (*)()>(impl_->module->symbol("ZELSQLDriverCreate"));
+    if (version() != sqldriver::kApiVersion)
+        throw ZEL_NEW SQLException(
+            String::format(L"SQL driver [%ls] speaks interface %d, this program %d", driverName, version(), sqldriver::kApiVersion));
+    impl_->driver = create();
+    if (!impl_->driver) throw ZEL_NEW SQLException(String::format(L"SQL driver [%ls] made no connection", driverName));
 }
 
-std::string translatePlaceholders(const String& sql, sqldriver::Connection& driver, std::vector<String>& names)
-{
-    names.clear();
-    const std::wstring& s = sql.str();
-    std::wstring out;
-    out.reserve(s.size() + 16);
-    auto isNameStart = [](wchar_t c) { return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z') || c == L'_'; };
-    auto isNameChar = [&](wchar_t c) { return isNameStart(c) || (c >= L'0' && c <= L'9'); };
-    auto emit = [&](size_t index) {
-        std::string p = driver.placeholder(index);
-        out.append(p.begin(), p.end());
-    };
-    for (size_t i = 0; i < s.size();) {
-        wchar_t c = s[i];
-        if (c == L'\'' || c == L'"') { // a quoted literal or identifier is copied as it is
-            size_t j = i + 1;
-            while (j < s.size() && s[j] != c) ++j;
-            out.append(s, i, j + 1 - i);
-            i = j + 1;
-        } else if (c == L'-' && i + 1 < s.size() && s[i + 1] == L'-') { // a comment, to the line end
-            size_t j = s.find(L'\n', i);
-            if (j == std::wstring::npos) j = s.size();
-            out.append(s, i, j - i);
-            i = j;
-        } else if (c == L':' && i + 1 < s.size() && s[i + 1] == L':') { // a cast: x::int
-            out.append(L"::");
-            i += 2;
-        } else if (c == L':' && i + 1 < s.size() && isNameStart(s[i + 1])) {
-            size_t j = i + 1;
-            while (j < s.size() && isNameChar(s[j])) ++j;
-            String name(s.substr(i + 1, j - i - 1));
-            size_t index = names.size();
-            for (size_t k = 0; k < names.size(); ++k)
-                if (names[k] == name) index = k;
-            if (index == names.size()) names.push_back(name);
-            emit(index);
-            i = j;
-        } else if (c == L'?') {
-            names.push_back(String());
-            emit(names.size() - 1);
-            ++i;
-        } else {
-            out.push_back(c);
-            ++i;
-        }
-    }
-    return toUtf8(out, EscapedBytes::Replace);
-}
-
-// ---- connection ---------------------------------------------------------------
-
-SQLConnection::SQLConnection(const String& driverName) : driverName_(driverName)
-{
-    bool plain = !driverName.isEmpty();
-    for (wchar_t c : driverName.str())
-        plain = plain && ((c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z') || (c >= L'0' && c <= L'9') || c == L'_');
-    if (!plain) throw ZEL_NEW SQLException(L"Invalid SQL driver name [" + driverName + L"]: letters, digits and _ only");
-    const String file = L"libZEL" + driverName.substring(driverName.startsWith(L"ZEL") ? 3 : 0) + L".so";
-    const String here = programDirectory();
-    const String candidates[] = {here + file, here + L"../lib/sonarcat/" + file};
-    for (const String& path : candidates) {
-        if (!here.isEmpty() && exists(path)) {
-            module_ = ZEL_NEW SharedLibrary(nativePath(path).c_str());
-            break;
-        }
-    }
-    if (!module_) {
-        try {
-            module_ = ZEL_NEW SharedLibrary(nativePath(file).c_str());
-        } catch (Exception* e) {
-            e->destroy();
-            String found = modulesIn(here);
-            throw ZEL_NEW SQLException(String::format(
-                L"SQL driver [%ls] is not installed: no %ls beside the program (%ls) or in %ls../lib/sonarcat/%ls%ls",
-                driverName, file, here, here, found.isEmpty() ? L"" : L"; installed drivers: ", found));
-        }
-    }
-    try {
-        auto version = reinterpret_cast<int (*)()>(module_->symbol("ZELSQLDriverApiVersion"));
-        auto create = reinterpret_cast<sqldriver::Connection* (*)()>(module_->symbol("ZELSQLDriverCreate"));
-        if (version() != sqldriver::kApiVersion)
-            throw ZEL_NEW SQLException(String::format(L"SQL driver [%ls] speaks interface %d, this program %d", driverName, version(),
-                                                      sqldriver::kApiVersion));
-        driver_ = create();
-        if (!driver_) throw ZEL_NEW SQLException(String::format(L"SQL driver [%ls] made no connection", driverName));
-    } catch (Exception*) {
-        delete module_;
-        module_ = nullptr;
-        throw;
-    }
-}
-
-SQLConnection::~SQLConnection()
-{
-    delete driver_; // the driver's code lives in the module: gone before it
-    delete module_;
-}
-
-const SQLConnection::Translation& SQLConnection::translate(const String& sql)
-{
-    auto it = translations_.find(sql.str());
-    if (it == translations_.end()) {
-        Translation t;
-        t.text = translatePlaceholders(sql, *driver_, t.names);
-        it = translations_.emplace(sql.str(), std::move(t)).first;
-    }
-    return it->second;
-}
+SQLConnection::~SQLConnection() = default;
 
 void SQLConnection::open(const String& connectionString)
 {
+    const sqldriver::OpenRequest request{parseConnectionString(connectionString), toUtf8(connectionString.str()),
+                                         toUtf8(configuration().applicationName.str(), EscapedBytes::Replace)};
     DriverError error;
-    if (!driver_->open(parseConnectionString(connectionString), toUtf8(connectionString.str()), error))
-        fail(String::format(L"%ls: cannot connect", driverName_), error);
+    if (!impl_->driver->open(request, error)) fail(String::format(L"%ls: cannot connect", impl_->driverName), error);
 }
 
 String SQLConnection::getServerInfo() const
 {
-    std::string info = driver_->serverInfo();
+    const std::string info = impl_->driver->serverInfo();
     return fromNativePath(info.data(), info.size());
 }
 
-bool SQLConnection::connected() const { return driver_->connected(); }
+bool SQLConnection::connected() const { return impl_->driver->connected(); }
 
 void SQLConnection::startTrans()
 {
     DriverError error;
-    if (!driver_->begin(error)) fail(L"Cannot start a transaction", error);
+    if (!impl_->driver->begin(error)) fail(L"Cannot start a transaction", error);
 }
 
 void SQLConnection::commitTrans()
 {
     DriverError error;
-    if (!driver_->commit(error)) fail(L"Cannot commit", error);
+    if (!impl_->driver->commit(error)) fail(L"Cannot commit", error);
 }
 
 void SQLConnection::rollbackTrans()
 {
     DriverError error;
-    if (!driver_->rollback(error)) fail(L"Cannot roll back", error);
+    if (!impl_->driver->rollback(error)) fail(L"Cannot roll back", error);
 }
 
-// ---- queries ------------------------------------------------------------------
+// ---- queries ----------------------------------------------------------------------
 
-SQLQuery::SQLQuery(SQLConnection* connection) : connection_(connection) {}
+SQLQuery::SQLQuery(SQLConnection* connection) : connection_(connection) { params_.statement_ = &sql_; }
 
 SQLQuery::~SQLQuery() { release(); }
 
+// Hands the statement and its parameters back to the connection for the next
+// prepare of the text.
 void SQLQuery::release()
 {
-    delete statement_;
+    if (statement_) {
+        statement_->reset();
+        text_->idle.push_back({statement_, std::move(params_.params_)});
+    }
     statement_ = nullptr;
+    text_ = nullptr;
+    executed_ = false;
     params_.params_.clear();
     fields_.fields_.clear();
 }
@@ -315,24 +253,43 @@ void SQLQuery::release()
 void SQLQuery::prepare(const String& sql)
 {
     release();
-    const SQLConnection::Translation& t = connection_->translate(sql);
-    DriverError error;
-    statement_ = connection_->driver().prepare(t.text, t.names.size(), error);
-    if (!statement_) fail(L"Cannot prepare [" + sql + L"]", error);
     sql_ = sql;
-    params_.params_.reserve(t.names.size());
-    for (const String& name : t.names) params_.params_.emplace_back(name);
+    if (!connection_) throw ZEL_NEW SQLException(L"No connection to prepare [" + sql + L"] on");
+    SQLConnection::Impl& connection = *connection_->impl_;
+    SQLConnection::Text& text = connection.text(sql);
+    if (text.idle.empty()) {
+        DriverError error;
+        statement_ = connection.driver->prepare(text.translation.text, text.translation.slots.size(), error);
+        if (!statement_) fail(L"Cannot prepare [" + sql + L"]", error);
+        params_.params_.reserve(text.translation.names.size());
+        for (const String& name : text.translation.names) params_.params_.emplace_back(name, &sql_);
+    } else {
+        statement_ = text.idle.back().statement;
+        params_.params_ = std::move(text.idle.back().params);
+        text.idle.pop_back();
+        for (SQLParam& param : params_.params_) {
+            param.statement_ = &sql_;
+            param.setNull();
+        }
+    }
+    text_ = &text;
 }
 
 void SQLQuery::execute()
 {
     ZEL_ASSERT(statement_ != nullptr);
     if (!statement_) throw ZEL_NEW SQLException(L"No statement prepared");
+    executed_ = false;
+    fields_.fields_.clear();
     DriverError error;
-    for (size_t i = 0; i < params_.size(); ++i)
-        if (!statement_->bind(i, params_.params_[i].value(), error))
-            fail(String::format(L"Cannot bind parameter %zd [%ls] of [%ls]", i, params_.params_[i].name(), sql_), error);
+    const std::vector<size_t>& slots = text_->translation.slots;
+    for (size_t i = 0; i < slots.size(); ++i) {
+        const SQLParam& param = params_.params_[slots[i]];
+        if (!statement_->bind(i, *param.value_, error))
+            fail(String::format(L"Cannot bind parameter %zd [%ls] of [%ls]", slots[i], param.name_, sql_), error);
+    }
     if (!statement_->execute(error)) fail(L"Cannot execute [" + sql_ + L"]", error);
+    executed_ = true;
 }
 
 void SQLQuery::execute(const String& sql)
@@ -343,16 +300,16 @@ void SQLQuery::execute(const String& sql)
 
 bool SQLQuery::fetch()
 {
-    if (!statement_) return false;
+    fields_.fields_.clear();
+    if (!executed_ || !statement_->returnsRows()) return false;
     std::vector<Value> row;
     DriverError error;
     if (!statement_->fetch(row, error)) {
         if (!error.message.empty()) fail(L"Cannot fetch from [" + sql_ + L"]", error);
-        fields_.fields_.clear();
         return false;
     }
     fields_.fields_.resize(row.size());
-    for (size_t i = 0; i < row.size(); ++i) fields_.fields_[i].value_ = std::move(row[i]);
+    for (size_t i = 0; i < row.size(); ++i) *fields_.fields_[i].value_ = std::move(row[i]);
     return true;
 }
 

@@ -5,35 +5,41 @@
 //   SQLQuery q(&db);
 //   q.prepare(L"INSERT INTO T (A, B) VALUES (:A, :B)");
 //   q.params().byName(L"A")->setValue(1);   // or q.params()[1] by position
+//   q.params()[1].setValue(String(L"x"), SQL::Text);
 //   q.execute();
 //
 // Placeholders are ":NAME" (bound by name or by position, numbered from 0 in
 // order of first appearance) or "?" (by position); every value is bound, never
-// pasted into the text. Every failure throws SQLException (as a pointer).
+// pasted into the text. Every failure throws SQLException (as a pointer),
+// misuse included: a parameter the statement does not have, a value of the
+// wrong data type. A query must not outlive its connection. One thread.
 #pragma once
 
 #include <cstdint>
-#include <map>
-#include <string>
+#include <memory>
 #include <vector>
 
 #include "zel/ByteString.h"
 #include "zel/DateTime.h"
 #include "zel/Exception.h"
 #include "zel/Object.h"
-#include "zel/SQLDriver.h"
 #include "zel/String.h"
 
 namespace ZELd {
 
-class SharedLibrary;
+namespace sqldriver {
+struct Value;
+class Statement;
+} // namespace sqldriver
 
 namespace SQL {
+// The data type of a text or bytes value, as setValue takes it.
 enum DataType : int {
-    Unknown = 0,
     Text = 13,  // text, bound as UTF-8
-    Bytes = 14, // bytes (BLOB, bytea)
+    Bytes = 14, // binary data (BLOB, bytea)
 };
+// How setValue stores a time: a timestamp without time zone (bit pattern 0x8000).
+constexpr short TimestampWithoutZone = -32768;
 } // namespace SQL
 
 class SQLException : public Exception {
@@ -42,60 +48,86 @@ public:
     const wchar_t* className() const override { return L"SQLException"; }
 };
 
+// What the program tells the SQL layer about itself, at start-up before its
+// first connection.
+struct SQLConfiguration {
+    // Where driver modules are looked for after the program's own directory:
+    // directories relative to it, each ending with "/".
+    std::vector<String> moduleDirectories;
+    // How the program names itself to a server that lists its clients; empty: not named.
+    String applicationName;
+};
+
+// One parameter of a prepared statement; it keeps its value from one execute
+// to the next until it is set again.
 class SQLParam {
 public:
-    explicit SQLParam(String name) : name_(std::move(name)) {}
+    SQLParam(String name, const String* statement);
+    ~SQLParam();
+    SQLParam(SQLParam&& other) noexcept;
+    SQLParam& operator=(SQLParam&& other) noexcept;
 
     void setValue(short v) { setInt(v); }
     void setValue(int v) { setInt(v); }
     void setValue(unsigned int v) { setUInt(v); }
     void setValue(long long v) { setInt(v); }
     void setValue(unsigned long long v) { setUInt(v); }
+    // type: SQL::Text; any other throws SQLException.
     void setValue(const String& v, SQL::DataType type);
+    // type: SQL::Bytes; any other throws SQLException.
     void setValue(const ByteString& v, SQL::DataType type);
-    // flags: how the time is stored; -32768 (0x8000): a timestamp without time zone.
+    // flags: SQL::TimestampWithoutZone; any other throws SQLException.
     void setValue(DateTime v, short flags);
-    void setNull() { value_ = sqldriver::Value(); }
-
-    const String& name() const { return name_; }
-    const sqldriver::Value& value() const { return value_; }
+    void setNull();
 
 private:
+    friend class SQLParams;
+    friend class SQLQuery;
     void setInt(long long v);
     void setUInt(unsigned long long v);
+    [[noreturn]] void refuse(const wchar_t* value, int type) const;
 
     String name_;
-    sqldriver::Value value_;
+    const String* statement_; // the text of the query it belongs to
+    std::unique_ptr<sqldriver::Value> value_;
 };
 
 class SQLParams {
 public:
-    size_t size() const { return params_.size(); }
-    // By position, from 0. Out of range: an assertion, then the last parameter
-    // (or a spare one when there is none), so that nothing outside is touched.
+    // By position, from 0. Out of range: an assertion, then SQLException
+    // naming the position and the statement; nothing is bound.
     SQLParam& operator[](size_t index);
-    // By name without its colon; null when the statement has no such parameter.
+    // By name without its colon; never null. A name the statement does not
+    // have throws SQLException naming it and the statement.
     SQLParam* byName(const wchar_t* name);
 
 private:
     friend class SQLQuery;
     std::vector<SQLParam> params_;
-    SQLParam spare_{String()};
+    const String* statement_ = nullptr;
 };
 
 class SQLField {
 public:
-    bool isNull() const { return value_.kind == sqldriver::Value::Null; }
+    SQLField();
+    ~SQLField();
+    SQLField(SQLField&& other) noexcept;
+    SQLField& operator=(SQLField&& other) noexcept;
+
+    bool isNull() const;
     int32_t asInt32() const { return static_cast<int32_t>(asInt64()); }
+    // An integer, or a text read as a decimal number; 0 for anything else.
     int64_t asInt64() const;
+    // A number in decimal, or the text; empty for anything else.
     String asString() const;
 
 private:
     friend class SQLQuery;
     friend class SQLFields;
-    sqldriver::Value value_;
+    std::unique_ptr<sqldriver::Value> value_;
 };
 
+// The columns of the current row.
 class SQLFields {
 public:
     size_t size() const { return fields_.size(); }
@@ -110,14 +142,14 @@ private:
 
 class SQLConnection : public Object {
 public:
-    // Loads the driver module libZEL<driverName>.so from beside the program,
-    // from the install's library directory, or from the loader's search path.
+    // Loads the driver module libZEL<driverName>.so (see SQLConfiguration).
     explicit SQLConnection(const String& driverName);
     ~SQLConnection() override;
     SQLConnection(const SQLConnection&) = delete;
     SQLConnection& operator=(const SQLConnection&) = delete;
 
-    // KEY=value pairs separated by ";"; keys without regard to case.
+    // KEY=value pairs separated by ";"; keys without regard to case, blanks
+    // around keys and values dropped. The driver also gets the string unchanged.
     void open(const String& connectionString);
     String getServerInfo() const;
     bool connected() const;
@@ -125,22 +157,13 @@ public:
     void commitTrans();
     void rollbackTrans();
 
-    const String& driverName() const { return driverName_; }
-    sqldriver::Connection& driver() const { return *driver_; }
-
-    // A statement text in the driver's form, with its parameter names.
-    struct Translation {
-        std::string text;
-        std::vector<String> names;
-    };
-    // Statement texts repeat for every file: each is translated once.
-    const Translation& translate(const String& sql);
+    static void configure(SQLConfiguration configuration);
 
 private:
-    String driverName_;
-    std::map<std::wstring, Translation> translations_;
-    SharedLibrary* module_ = nullptr;
-    sqldriver::Connection* driver_ = nullptr;
+    friend class SQLQuery;
+    struct Impl;
+    struct Text;
+    std::unique_ptr<Impl> impl_;
 };
 
 class SQLQuery : public Object {
@@ -150,9 +173,10 @@ public:
     SQLQuery(const SQLQuery&) = delete;
     SQLQuery& operator=(const SQLQuery&) = delete;
 
-    // Runs a statement without parameters; a query's rows are then fetched.
+    // Prepares the text and runs it with its parameters, if any, null.
     void execute(const String& sql);
-    // Moves to the next row; false at the end.
+    // Moves to the next row of the statement run last; false at the end, and
+    // for a statement that returns no rows or has not run.
     bool fetch();
     SQLFields& fields() { return fields_; }
 
@@ -166,19 +190,12 @@ private:
     void release();
 
     SQLConnection* connection_;
+    SQLConnection::Text* text_ = nullptr;
     sqldriver::Statement* statement_ = nullptr;
+    bool executed_ = false;
     String sql_;
     SQLParams params_;
     SQLFields fields_;
 };
-
-// Splits a connection string into its settings: "KEY=value" pairs separated
-// by ";", keys upper-cased, blanks around keys and values dropped.
-sqldriver::Settings parseConnectionString(const String& connectionString);
-
-// The statement text with each ":NAME" or "?" outside quotes replaced by the
-// driver's placeholder; names gets the parameter names in order of first
-// appearance ("" for "?"). A name met again refers to the same parameter.
-std::string translatePlaceholders(const String& sql, sqldriver::Connection& driver, std::vector<String>& names);
 
 } // namespace ZELd

@@ -2,11 +2,11 @@
 //
 // Keys: USER, PASSWORD, SERVER (a host, host/port, or the directory of a local
 // socket such as /var/run/postgresql), PORT, DATABASE.
-// Statements with parameters are prepared once per connection and reused;
-// inside a transaction they are pipelined (see PgConnection).
+// Each statement text is prepared on the server once per connection, and
+// described there, which tells whether it returns rows; inside a transaction
+// the statements are pipelined (see PgConnection).
 #include <libpq-fe.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -17,7 +17,14 @@ namespace {
 
 using namespace ZELd::sqldriver;
 
-constexpr Oid kInt2 = 21, kInt4 = 23, kInt8 = 20;
+constexpr Oid kInt2 = 21, kInt4 = 23, kInt8 = 20, kBytea = 17; // the server's type ids
+const char* const kConnectTimeoutSeconds = "10";
+const char* const kClientEncoding = "UTF8";
+// A commit does not wait for the server's disk: a committed file survives a
+// crash of this program; a crash of the server (an immediate shutdown
+// included) or of its machine can lose the last moments of commits, never
+// half a file.
+const char* const kSessionOptions = "-c synchronous_commit=off";
 
 std::string trimmed(const char* message)
 {
@@ -26,22 +33,31 @@ std::string trimmed(const char* message)
     return s;
 }
 
+// A statement text as the server holds it.
+struct PreparedText {
+    std::string name;
+    bool returnsRows = false;
+};
+
 class PgConnection;
 
 class PgStatement : public Statement {
 public:
-    // name empty: the text runs as it is (no parameters).
-    PgStatement(PgConnection& owner, std::string name, std::string sql, size_t parameters)
-        : owner_(owner), name_(std::move(name)), sql_(std::move(sql)), values_(parameters), set_(parameters, false), binary_(parameters, 0) {}
+    PgStatement(PgConnection& owner, PreparedText text, size_t parameters)
+        : owner_(owner), text_(std::move(text)), values_(parameters), set_(parameters, false), binary_(parameters, 0) {}
     ~PgStatement() override { PQclear(result_); }
 
+    bool returnsRows() const override { return text_.returnsRows; }
     bool bind(size_t index, const Value& v, DriverError& error) override;
     bool execute(DriverError& error) override;
     bool fetch(std::vector<Value>& row, DriverError& error) override;
+    void reset() override;
 
 private:
+    Value column(int c) const;
+
     PgConnection& owner_;
-    std::string name_, sql_;
+    PreparedText text_;
     std::vector<std::string> values_;
     std::vector<bool> set_;
     std::vector<int> binary_;
@@ -51,8 +67,9 @@ private:
 
 // Inside a transaction the connection runs in pipeline mode: statements are
 // sent without waiting for their answers, and the answers are read at the
-// next point that needs one (a query's rows, the commit). A failure among
-// them fails the commit, and the file is rolled back whole.
+// next point that needs one (a query's rows, the first prepare of a text,
+// the commit). A failure among them fails that point, and the file is
+// rolled back whole.
 class PgConnection : public Connection {
 public:
     ~PgConnection() override
@@ -60,51 +77,7 @@ public:
         if (conn_) PQfinish(conn_);
     }
 
-    bool open(const Settings& settings, const std::string&, DriverError& error) override
-    {
-        std::string host, port;
-        if (const std::string* server = setting(settings, "SERVER")) {
-            host = *server;
-            // "host/port"; a path (starting with "/") is the directory of a local socket.
-            size_t slash = host.find('/');
-            if (slash != std::string::npos && slash != 0) {
-                port = host.substr(slash + 1);
-                host.resize(slash);
-            }
-        }
-        if (const std::string* p = setting(settings, "PORT")) port = *p;
-        std::vector<const char*> keys, values;
-        auto add = [&](const char* key, const std::string* value) {
-            if (value && !value->empty()) {
-                keys.push_back(key);
-                values.push_back(value->c_str());
-            }
-        };
-        add("host", &host);
-        add("port", &port);
-        add("user", setting(settings, "USER"));
-        add("password", setting(settings, "PASSWORD"));
-        add("dbname", setting(settings, "DATABASE"));
-        // A commit does not wait for the server's disk: a committed file
-        // survives a crash of this program; a crash of the server (an
-        // immediate shutdown included) or of its machine can lose the last
-        // moments of commits, never half a file.
-        const std::string timeout = "10", encoding = "UTF8", application = "sonarcat", options = "-c synchronous_commit=off";
-        add("connect_timeout", &timeout);
-        add("client_encoding", &encoding);
-        add("application_name", &application);
-        add("options", &options);
-        keys.push_back(nullptr);
-        values.push_back(nullptr);
-        conn_ = PQconnectdbParams(keys.data(), values.data(), 0);
-        if (!conn_ || PQstatus(conn_) != CONNECTION_OK) {
-            error.message = conn_ ? trimmed(PQerrorMessage(conn_)) : "out of memory";
-            if (conn_) PQfinish(conn_);
-            conn_ = nullptr;
-            return false;
-        }
-        return true;
-    }
+    bool open(const OpenRequest& request, DriverError& error) override;
 
     std::string serverInfo() override
     {
@@ -119,7 +92,6 @@ public:
         if (PQenterPipelineMode(conn_) != 1) return run("BEGIN", error); // cannot pipeline: one by one
         pipeline_ = true;
         failure_.clear();
-        madeInPipeline_.clear();
         return send(PQsendQueryParams(conn_, "BEGIN", 0, nullptr, nullptr, nullptr, nullptr, 0), error);
     }
 
@@ -163,40 +135,26 @@ public:
             notConnected(error);
             return nullptr;
         }
-        if (parameters == 0) return new PgStatement(*this, std::string(), sql, 0);
         auto it = prepared_.find(sql);
         if (it == prepared_.end()) {
-            std::string name = "zel_" + std::to_string(++named_);
-            if (pipeline_) {
-                // Its answer comes with the others; a failure fails the commit.
-                if (!send(PQsendPrepare(conn_, name.c_str(), sql.c_str(), static_cast<int>(parameters), nullptr), error)) return nullptr;
-                madeInPipeline_.push_back(sql);
-            } else {
-                PGresult* r = PQprepare(conn_, name.c_str(), sql.c_str(), static_cast<int>(parameters), nullptr);
-                bool ok = PQresultStatus(r) == PGRES_COMMAND_OK;
-                if (!ok) error.message = trimmed(PQerrorMessage(conn_));
-                PQclear(r);
-                if (!ok) return nullptr;
-            }
-            it = prepared_.emplace(sql, name).first;
+            PreparedText text{"zel_" + std::to_string(++named_)};
+            if (!(pipeline_ ? prepareInPipeline(sql, parameters, text, error) : prepareAtOnce(sql, parameters, text, error))) return nullptr;
+            it = prepared_.emplace(sql, std::move(text)).first;
         }
-        return new PgStatement(*this, it->second, sql, parameters);
+        return new PgStatement(*this, it->second, parameters);
     }
 
-    // Runs a statement: queued in a pipeline (result null), or at once.
+    // Runs a prepared statement: queued in a pipeline (result null), or at once.
     // wantResult: the caller needs the answer now (a query's rows).
-    bool runStatement(const std::string& name, const std::string& sql, const std::vector<const char*>& values, const std::vector<int>& lengths,
+    bool runStatement(const std::string& name, const std::vector<const char*>& values, const std::vector<int>& lengths,
                       const std::vector<int>& binary, bool wantResult, PGresult*& result, DriverError& error)
     {
         const int n = static_cast<int>(values.size());
         if (!pipeline_) {
-            result = name.empty() ? PQexecParams(conn_, sql.c_str(), n, nullptr, values.data(), lengths.data(), binary.data(), 0)
-                                  : PQexecPrepared(conn_, name.c_str(), n, values.data(), lengths.data(), binary.data(), 0);
+            result = PQexecPrepared(conn_, name.c_str(), n, values.data(), lengths.data(), binary.data(), 0);
             return check(result, error);
         }
-        int sent = name.empty() ? PQsendQueryParams(conn_, sql.c_str(), n, nullptr, values.data(), lengths.data(), binary.data(), 0)
-                                : PQsendQueryPrepared(conn_, name.c_str(), n, values.data(), lengths.data(), binary.data(), 0);
-        if (!send(sent, error)) return false;
+        if (!send(PQsendQueryPrepared(conn_, name.c_str(), n, values.data(), lengths.data(), binary.data(), 0), error)) return false;
         if (!wantResult) return true;
         result = drain();
         if (!failure_.empty()) {
@@ -207,6 +165,34 @@ public:
     }
 
 private:
+    // Prepares the text on the server and asks whether it returns rows.
+    bool prepareAtOnce(const std::string& sql, size_t parameters, PreparedText& text, DriverError& error)
+    {
+        PGresult* r = PQprepare(conn_, text.name.c_str(), sql.c_str(), static_cast<int>(parameters), nullptr);
+        bool ok = check(r, error);
+        PQclear(r);
+        if (!ok) return false;
+        r = PQdescribePrepared(conn_, text.name.c_str());
+        ok = check(r, error);
+        text.returnsRows = ok && PQnfields(r) > 0;
+        PQclear(r);
+        return ok;
+    }
+
+    // The same inside a pipeline: the answers come with those of the
+    // statements queued before, and the first failure among them fails it.
+    bool prepareInPipeline(const std::string& sql, size_t parameters, PreparedText& text, DriverError& error)
+    {
+        if (!send(PQsendPrepare(conn_, text.name.c_str(), sql.c_str(), static_cast<int>(parameters), nullptr), error)) return false;
+        if (!send(PQsendDescribePrepared(conn_, text.name.c_str()), error)) return false;
+        PGresult* description = drain();
+        bool ok = failure_.empty() && check(description, error);
+        if (!failure_.empty()) error.message = failure_;
+        text.returnsRows = ok && PQnfields(description) > 0;
+        PQclear(description);
+        return ok;
+    }
+
     bool check(PGresult* r, DriverError& error) const
     {
         ExecStatusType status = PQresultStatus(r);
@@ -269,11 +255,6 @@ private:
 
     void leavePipeline()
     {
-        if (!failure_.empty()) {
-            // Statements prepared in a failed pipeline may not exist on the server.
-            for (const std::string& sql : madeInPipeline_) prepared_.erase(sql);
-        }
-        madeInPipeline_.clear();
         PQexitPipelineMode(conn_);
         pipeline_ = false;
         queued_ = 0;
@@ -298,13 +279,54 @@ private:
     }
 
     PGconn* conn_ = nullptr;
-    std::map<std::string, std::string> prepared_;
-    std::vector<std::string> madeInPipeline_;
+    std::map<std::string, PreparedText> prepared_; // by text
     unsigned named_ = 0;
     bool pipeline_ = false;
     int queued_ = 0;
     std::string failure_;
 };
+
+bool PgConnection::open(const OpenRequest& request, DriverError& error)
+{
+    std::string host, port;
+    if (const std::string* server = request.setting("SERVER")) {
+        host = *server;
+        // "host/port"; a path (starting with "/") is the directory of a local socket.
+        size_t slash = host.find('/');
+        if (slash != std::string::npos && slash != 0) {
+            port = host.substr(slash + 1);
+            host.resize(slash);
+        }
+    }
+    if (const std::string* p = request.setting("PORT")) port = *p;
+    std::vector<const char*> keys, values;
+    auto add = [&](const char* key, const std::string* value) {
+        if (value && !value->empty()) {
+            keys.push_back(key);
+            values.push_back(value->c_str());
+        }
+    };
+    const std::string timeout = kConnectTimeoutSeconds, encoding = kClientEncoding, options = kSessionOptions;
+    add("host", &host);
+    add("port", &port);
+    add("user", request.setting("USER"));
+    add("password", request.setting("PASSWORD"));
+    add("dbname", request.setting("DATABASE"));
+    add("connect_timeout", &timeout);
+    add("client_encoding", &encoding);
+    add("application_name", &request.applicationName);
+    add("options", &options);
+    keys.push_back(nullptr);
+    values.push_back(nullptr);
+    conn_ = PQconnectdbParams(keys.data(), values.data(), 0);
+    if (!conn_ || PQstatus(conn_) != CONNECTION_OK) {
+        error.message = conn_ ? trimmed(PQerrorMessage(conn_)) : "out of memory";
+        if (conn_) PQfinish(conn_);
+        conn_ = nullptr;
+        return false;
+    }
+    return true;
+}
 
 bool PgStatement::bind(size_t index, const Value& v, DriverError& error)
 {
@@ -314,17 +336,12 @@ bool PgStatement::bind(size_t index, const Value& v, DriverError& error)
     }
     set_[index] = v.kind != Value::Null;
     binary_[index] = v.kind == Value::Bytes ? 1 : 0;
-    char buffer[48];
     switch (v.kind) {
     case Value::Int: values_[index] = std::to_string(v.i); break;
     case Value::UInt: values_[index] = std::to_string(v.u); break;
     case Value::Text:
     case Value::Bytes: values_[index] = v.bytes; break;
-    case Value::Time:
-        std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d %02d:%02d:%02d.%03d", v.time.year, v.time.month, v.time.day, v.time.hour,
-                      v.time.minute, v.time.second, v.time.millisecond);
-        values_[index] = buffer;
-        break;
+    case Value::Time: values_[index] = timestampText(v.time); break;
     default: values_[index].clear(); break;
     }
     return true;
@@ -342,30 +359,46 @@ bool PgStatement::execute(DriverError& error)
         values[i] = set_[i] ? values_[i].c_str() : nullptr;
         lengths[i] = static_cast<int>(values_[i].size());
     }
-    // Statements with parameters write rows; the ones without are the queries.
-    return owner_.runStatement(name_, sql_, values, lengths, binary_, name_.empty(), result_, error);
+    return owner_.runStatement(text_.name, values, lengths, binary_, text_.returnsRows, result_, error);
 }
 
 bool PgStatement::fetch(std::vector<Value>& row, DriverError&)
 {
     if (!result_ || PQresultStatus(result_) != PGRES_TUPLES_OK || row_ >= PQntuples(result_)) return false;
-    int columns = PQnfields(result_);
-    row.assign(static_cast<size_t>(columns), Value());
-    for (int c = 0; c < columns; ++c) {
-        if (PQgetisnull(result_, row_, c)) continue;
-        Value& v = row[static_cast<size_t>(c)];
-        const char* text = PQgetvalue(result_, row_, c);
-        Oid type = PQftype(result_, c);
-        if (type == kInt2 || type == kInt4 || type == kInt8) {
-            v.kind = Value::Int;
-            v.i = std::strtoll(text, nullptr, 10);
-        } else {
-            v.kind = Value::Text;
-            v.bytes.assign(text, static_cast<size_t>(PQgetlength(result_, row_, c)));
-        }
-    }
+    row.resize(static_cast<size_t>(PQnfields(result_)));
+    for (size_t c = 0; c < row.size(); ++c) row[c] = column(static_cast<int>(c));
     ++row_;
     return true;
+}
+
+Value PgStatement::column(int c) const
+{
+    Value v;
+    if (PQgetisnull(result_, row_, c)) return v;
+    const char* text = PQgetvalue(result_, row_, c);
+    const Oid type = PQftype(result_, c);
+    if (type == kInt2 || type == kInt4 || type == kInt8) {
+        v.kind = Value::Int;
+        v.i = std::strtoll(text, nullptr, 10);
+    } else if (type == kBytea) {
+        size_t length = 0;
+        unsigned char* bytes = PQunescapeBytea(reinterpret_cast<const unsigned char*>(text), &length);
+        v.kind = Value::Bytes;
+        if (bytes) v.bytes.assign(reinterpret_cast<const char*>(bytes), length);
+        PQfreemem(bytes);
+    } else {
+        v.kind = Value::Text;
+        v.bytes.assign(text, static_cast<size_t>(PQgetlength(result_, row_, c)));
+    }
+    return v;
+}
+
+void PgStatement::reset()
+{
+    PQclear(result_);
+    result_ = nullptr;
+    row_ = 0;
+    set_.assign(set_.size(), false);
 }
 
 } // namespace

@@ -6,31 +6,22 @@
 // cost the last transactions committed before it, never the file's integrity.
 #include <sqlite3.h>
 
-#include <cstdio>
-#include <map>
-
 #include "zel/SQLDriver.h"
 
 namespace {
 
 using namespace ZELd::sqldriver;
 
-std::string formatTime(const Timestamp& t)
-{
-    char buffer[40];
-    std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d %02d:%02d:%02d.%03d", t.year, t.month, t.day, t.hour, t.minute, t.second,
-                  t.millisecond);
-    return buffer;
-}
+// Another run storing into the same file holds it for a moment: wait for it.
+constexpr int kBusyTimeoutMilliseconds = 10000;
+const char* const kSetUp = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;";
 
 class SQLiteStatement : public Statement {
 public:
-    SQLiteStatement(sqlite3* db, sqlite3_stmt* stmt, bool owned) : db_(db), stmt_(stmt), owned_(owned) {}
-    ~SQLiteStatement() override
-    {
-        if (owned_) sqlite3_finalize(stmt_);
-        else sqlite3_reset(stmt_);
-    }
+    SQLiteStatement(sqlite3* db, sqlite3_stmt* stmt) : db_(db), stmt_(stmt) {}
+    ~SQLiteStatement() override { sqlite3_finalize(stmt_); }
+
+    bool returnsRows() const override { return sqlite3_column_count(stmt_) > 0; }
 
     bool bind(size_t index, const Value& v, DriverError& error) override
     {
@@ -45,7 +36,7 @@ public:
             break;
         case Value::Text: rc = sqlite3_bind_text(stmt_, i, v.bytes.data(), static_cast<int>(v.bytes.size()), SQLITE_TRANSIENT); break;
         case Value::Bytes: rc = sqlite3_bind_blob(stmt_, i, v.bytes.data(), static_cast<int>(v.bytes.size()), SQLITE_TRANSIENT); break;
-        case Value::Time: rc = sqlite3_bind_text(stmt_, i, formatTime(v.time).c_str(), -1, SQLITE_TRANSIENT); break;
+        case Value::Time: rc = sqlite3_bind_text(stmt_, i, timestampText(v.time).c_str(), -1, SQLITE_TRANSIENT); break;
         default: rc = sqlite3_bind_null(stmt_, i); break;
         }
         if (rc != SQLITE_OK) error.message = sqlite3_errmsg(db_);
@@ -77,41 +68,44 @@ public:
             }
         }
         pending_ = false;
-        int n = sqlite3_column_count(stmt_);
-        row.assign(static_cast<size_t>(n), Value());
-        for (int c = 0; c < n; ++c) {
-            Value& v = row[static_cast<size_t>(c)];
-            switch (sqlite3_column_type(stmt_, c)) {
-            case SQLITE_INTEGER:
-                v.kind = Value::Int;
-                v.i = sqlite3_column_int64(stmt_, c);
-                break;
-            case SQLITE_NULL: break;
-            case SQLITE_BLOB:
-                v.kind = Value::Bytes;
-                v.bytes.assign(static_cast<const char*>(sqlite3_column_blob(stmt_, c)), static_cast<size_t>(sqlite3_column_bytes(stmt_, c)));
-                break;
-            default:
-                v.kind = Value::Text;
-                v.bytes.assign(reinterpret_cast<const char*>(sqlite3_column_text(stmt_, c)), static_cast<size_t>(sqlite3_column_bytes(stmt_, c)));
-                break;
-            }
-        }
+        row.resize(static_cast<size_t>(sqlite3_column_count(stmt_)));
+        for (size_t c = 0; c < row.size(); ++c) row[c] = column(static_cast<int>(c));
         return true;
     }
 
-private:
-    void reset()
+    void reset() override
     {
         sqlite3_reset(stmt_);
         sqlite3_clear_bindings(stmt_);
         fresh_ = true;
+        pending_ = done_ = false;
+    }
+
+private:
+    Value column(int c) const
+    {
+        Value v;
+        switch (sqlite3_column_type(stmt_, c)) {
+        case SQLITE_INTEGER:
+            v.kind = Value::Int;
+            v.i = sqlite3_column_int64(stmt_, c);
+            break;
+        case SQLITE_NULL: break;
+        case SQLITE_BLOB:
+            v.kind = Value::Bytes;
+            v.bytes.assign(static_cast<const char*>(sqlite3_column_blob(stmt_, c)), static_cast<size_t>(sqlite3_column_bytes(stmt_, c)));
+            break;
+        default:
+            v.kind = Value::Text;
+            v.bytes.assign(reinterpret_cast<const char*>(sqlite3_column_text(stmt_, c)), static_cast<size_t>(sqlite3_column_bytes(stmt_, c)));
+            break;
+        }
+        return v;
     }
 
     sqlite3* db_;
     sqlite3_stmt* stmt_;
-    bool owned_;
-    bool fresh_ = true;   // bindings set since the last execute
+    bool fresh_ = true;    // bindings set since the last execute
     bool pending_ = false; // a row stepped to by execute, not yet fetched
     bool done_ = false;    // the statement has run to its end
 };
@@ -120,42 +114,23 @@ class SQLiteConnection : public Connection {
 public:
     ~SQLiteConnection() override
     {
-        for (auto& kv : cache_) sqlite3_finalize(kv.second);
         if (db_) sqlite3_close_v2(db_);
     }
 
-    bool open(const Settings& settings, const std::string&, DriverError& error) override
+    bool open(const OpenRequest& request, DriverError& error) override
     {
-        const std::string* file = setting(settings, "DATABASE");
+        const std::string* file = request.setting("DATABASE");
         if (!file || file->empty()) {
             error.message = "no DATABASE= file named in the connection string";
             return false;
         }
         // The file must exist: the program never creates tables.
-        if (sqlite3_open_v2(file->c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
-            error.message = (db_ ? sqlite3_errmsg(db_) : "out of memory") + std::string(" [") + *file + "]";
-            sqlite3_close_v2(db_);
-            db_ = nullptr;
-            return false;
-        }
-        sqlite3_busy_timeout(db_, 10000);
-        char* message = nullptr;
-        if (sqlite3_exec(db_, "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;", nullptr, nullptr,
-                         &message) != SQLITE_OK) {
-            error.message = message ? message : sqlite3_errmsg(db_);
-            sqlite3_free(message);
-            sqlite3_close_v2(db_);
-            db_ = nullptr;
-            return false;
-        }
+        if (sqlite3_open_v2(file->c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
+            return close((db_ ? sqlite3_errmsg(db_) : "out of memory") + std::string(" [") + *file + "]", error);
+        sqlite3_busy_timeout(db_, kBusyTimeoutMilliseconds);
+        if (!run(kSetUp, error)) return close(error.message, error);
         // A file that is not a database fails on its first read: find out now.
-        if (sqlite3_exec(db_, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, &message) != SQLITE_OK) {
-            error.message = (message ? message : sqlite3_errmsg(db_)) + std::string(" [") + *file + "]";
-            sqlite3_free(message);
-            sqlite3_close_v2(db_);
-            db_ = nullptr;
-            return false;
-        }
+        if (!run("SELECT count(*) FROM sqlite_master", error)) return close(error.message + " [" + *file + "]", error);
         return true;
     }
 
@@ -178,23 +153,17 @@ public:
             error.message = "not connected";
             return nullptr;
         }
-        auto it = cache_.find(sql);
-        if (it != cache_.end()) {
-            sqlite3_reset(it->second);
-            sqlite3_clear_bindings(it->second);
-            return new SQLiteStatement(db_, it->second, false);
-        }
         sqlite3_stmt* stmt = nullptr;
-        if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &stmt, nullptr) != SQLITE_OK) {
+        // Persistent: the layer keeps the statement for the next file.
+        if (sqlite3_prepare_v3(db_, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) != SQLITE_OK) {
             error.message = sqlite3_errmsg(db_);
             return nullptr;
         }
-        // Statements with parameters repeat for every file: keep them.
-        if (sqlite3_bind_parameter_count(stmt) > 0) {
-            cache_.emplace(sql, stmt);
-            return new SQLiteStatement(db_, stmt, false);
+        if (!stmt) {
+            error.message = "no statement in the text";
+            return nullptr;
         }
-        return new SQLiteStatement(db_, stmt, true);
+        return new SQLiteStatement(db_, stmt);
     }
 
 private:
@@ -207,8 +176,16 @@ private:
         return false;
     }
 
+    // Gives up a connection that could not be opened.
+    bool close(const std::string& why, DriverError& error)
+    {
+        error.message = why;
+        sqlite3_close_v2(db_);
+        db_ = nullptr;
+        return false;
+    }
+
     sqlite3* db_ = nullptr;
-    std::map<std::string, sqlite3_stmt*> cache_;
 };
 
 } // namespace
