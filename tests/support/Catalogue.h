@@ -36,6 +36,7 @@ struct Engine {
     std::string hex, time;                // a bytes column {1} in upper-case hexadecimal; a time as the report shows it
     std::vector<std::string> rejectFrame; // statements that make the rows of frame {1} fail
     std::vector<std::pair<std::string, std::string>> refusals; // --database values that open nothing, and what the message says
+    std::string pending; // a shell command that prints a number above 0 while the program holds a transaction that wrote rows
 };
 
 inline const std::vector<Engine>& engines()
@@ -45,7 +46,8 @@ inline const std::vector<Engine>& engines()
         {"SQLite", "ZELSQLite3", nullptr, "sqlite3 '{db}' < {schema}sqlite3.sql", "rm -f '{db}'*", "DRIVER=ZELSQLite3;DATABASE={db}",
          "nullif(hex({1}), '')", "{1}",
          {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"},
-         {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}}},
+         {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}},
+         "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"}, // a second writer is refused
         {"PostgreSQL", "ZELPostgreSQL", "SONARCAT_TEST_POSTGRES", psql + "postgres -c 'CREATE DATABASE {db}' && " + psql + "{db} -f {schema}postgresql.sql",
          psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'", "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}", "upper(encode({1}, 'hex'))",
          "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')",
@@ -55,7 +57,8 @@ inline const std::vector<Engine>& engines()
          {{"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "password authentication failed"},
           {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
           {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
-           "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}}},
+           "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}},
+         psql + "{db} -tAc \"SELECT COUNT(*) FROM pg_stat_activity WHERE datname = '{db}' AND application_name = 'sonarcat' AND backend_xid IS NOT NULL\""},
     };
     return all;
 }
