@@ -106,6 +106,64 @@ void text(std::wstring& out, const Directive& directive, const FormatArg& a)
     }
 }
 
+// The flags, width, precision and length of a directive, p just past its "%";
+// p is left at the conversion character.
+Directive parseDirective(const wchar_t*& p)
+{
+    Directive directive;
+    for (;; ++p) {
+        if (*p == L'-') directive.left = true;
+        else if (*p == L'0') directive.zero = true;
+        else if (*p == L'+') directive.plus = true;
+        else if (*p == L' ') directive.space = true;
+        else if (*p == L'#') directive.alt = true;
+        else break;
+    }
+    while (*p >= L'0' && *p <= L'9' && directive.width < 100000) directive.width = directive.width * 10 + (*p++ - L'0');
+    if (*p == L'.') {
+        ++p;
+        directive.precision = 0;
+        while (*p >= L'0' && *p <= L'9' && directive.precision < 100000) directive.precision = directive.precision * 10 + (*p++ - L'0');
+    }
+    if (*p == L'h') {
+        directive.narrow = 16;
+        if (*++p == L'h') {
+            directive.narrow = 8;
+            ++p;
+        }
+    } else {
+        while (*p == L'l' || *p == L'z' || *p == L'j' || *p == L't' || *p == L'L' || *p == L'q') ++p;
+    }
+    return directive;
+}
+
+// Writes one argument by its conversion; false for a conversion this does not know.
+bool convert(std::wstring& out, const Directive& directive, wchar_t conv, const FormatArg& a)
+{
+    switch (conv) {
+    case L'd': case L'i': case L'u': case L'x': case L'X': case L'o':
+        if (a.kind == FormatArg::Signed || a.kind == FormatArg::Unsigned || a.kind == FormatArg::Pointer) number(out, directive, a, conv);
+        else text(out, directive, a);
+        return true;
+    case L's':
+        text(out, directive, a);
+        return true;
+    case L'c': {
+        wchar_t c = a.kind == FormatArg::Signed ? static_cast<wchar_t>(a.i) : static_cast<wchar_t>(a.u);
+        emit(out, directive, L"", std::wstring_view(&c, 1), false);
+        return true;
+    }
+    case L'p': {
+        std::wstring body;
+        digits(body, a.u, 16, false);
+        emit(out, directive, L"0x", body, true);
+        return true;
+    }
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 void formatInto(std::wstring& out, const wchar_t* format, const FormatArg* args, size_t count)
@@ -127,62 +185,16 @@ void formatInto(std::wstring& out, const wchar_t* format, const FormatArg* args,
             ++p;
             continue;
         }
-        Directive directive;
-        for (;; ++p) {
-            if (*p == L'-') directive.left = true;
-            else if (*p == L'0') directive.zero = true;
-            else if (*p == L'+') directive.plus = true;
-            else if (*p == L' ') directive.space = true;
-            else if (*p == L'#') directive.alt = true;
-            else break;
-        }
-        while (*p >= L'0' && *p <= L'9' && directive.width < 100000) directive.width = directive.width * 10 + (*p++ - L'0');
-        if (*p == L'.') {
-            ++p;
-            directive.precision = 0;
-            while (*p >= L'0' && *p <= L'9' && directive.precision < 100000) directive.precision = directive.precision * 10 + (*p++ - L'0');
-        }
-        if (*p == L'h') {
-            directive.narrow = 16;
-            if (*++p == L'h') {
-                directive.narrow = 8;
-                ++p;
-            }
-        } else {
-            while (*p == L'l' || *p == L'z' || *p == L'j' || *p == L't' || *p == L'L' || *p == L'q') ++p;
-        }
-        wchar_t conv = *p;
+        const Directive directive = parseDirective(p);
+        const wchar_t conv = *p;
         if (!conv) {
             out.append(start); // a lone % at the end stays as written
             break;
         }
         ++p;
         if (next >= count) continue; // missing argument: nothing is printed for it
-        const FormatArg& a = args[next++];
-        switch (conv) {
-        case L'd': case L'i': case L'u': case L'x': case L'X': case L'o':
-            if (a.kind == FormatArg::Signed || a.kind == FormatArg::Unsigned || a.kind == FormatArg::Pointer) number(out, directive, a, conv);
-            else text(out, directive, a);
-            break;
-        case L's':
-            text(out, directive, a);
-            break;
-        case L'c': {
-            wchar_t c = a.kind == FormatArg::Signed ? static_cast<wchar_t>(a.i) : static_cast<wchar_t>(a.u);
-            emit(out, directive, L"", std::wstring_view(&c, 1), false);
-            break;
-        }
-        case L'p': {
-            std::wstring body;
-            digits(body, a.u, 16, false);
-            emit(out, directive, L"0x", body, true);
-            break;
-        }
-        default:
-            out.append(start, p - start); // unknown conversion: kept as text
-            --next;
-            break;
-        }
+        if (convert(out, directive, conv, args[next])) ++next;
+        else out.append(start, p - start); // unknown conversion: kept as text
     }
 }
 
