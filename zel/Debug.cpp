@@ -150,8 +150,6 @@ void* ZELDebugMalloc(size_t size, int kind, const char* path, int line)
 void ZELDebugFree(void* block, int, const char*, int) { release(block); }
 
 void ZELDebugSetGlobalReport(Writer* report) { gReport = report; }
-Writer* ZELDebugGlobalReport() { return gReport; }
-
 void ZELDebugReport(const std::wstring& text)
 {
     if (gReport) {

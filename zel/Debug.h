@@ -48,7 +48,6 @@ void ZELDebugTrace(const char* /*path*/, int /*line*/, const wchar_t* format, co
 
 // The writer that receives assertions and traces; null: standard error.
 void ZELDebugSetGlobalReport(Writer* report);
-Writer* ZELDebugGlobalReport();
 
 // Lists the program's blocks still held (path, line, size) and counts the
 // blocks held by code that gave no source. Level 0 lists every block.
