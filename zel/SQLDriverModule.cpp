@@ -61,8 +61,23 @@ void appendDriversIn(const String& dir, StringBuilder& names)
     ::closedir(d);
 }
 
+// Drivers whose client library Debian does not distribute: no module of
+// theirs is built, and the message says what one would need.
+struct VendorOnly {
+    const wchar_t* driver;
+    const wchar_t* clientLibrary;
+};
+constexpr VendorOnly kVendorOnly[] = {
+    {L"ZELOracle", L"Oracle's client library (Oracle Instant Client, libclntsh)"},
+    {L"ZELInformix", L"IBM's Informix Client SDK (libifcli, libifsql)"},
+};
+
 SQLException* notInstalled(const String& driverName, const String& file, const String& here, const std::vector<String>& directories)
 {
+    for (const VendorOnly& v : kVendorOnly)
+        if (driverName == v.driver)
+            return ZEL_NEW SQLException(String::format(L"SQL driver [%ls] has no module in this build: a module would need %ls, which Debian does not distribute",
+                                                       driverName, v.clientLibrary));
     StringBuilder message(128);
     message.format(L"SQL driver [%ls] is not installed: no %ls beside the program (%ls)", driverName, file, here);
     for (const String& dir : directories) message.append(L" or in ").append(here + dir);

@@ -206,6 +206,8 @@ TEST(StoringRefused, DriversThatCannotBeUsedStopBeforeTheWalk)
         {"DRIVER=ZELFirebird;USER=a;PASSWORD=b;SERVER=localhost/3050;DATABASE=x.fdb", "SQL driver [ZELFirebird] is not installed"},
         {"DRIVER=ZELMariaDB; USER=a;PASSWORD=b;SERVER=localhost;PORT=3306;DATABASE=m", "SQL driver [ZELMariaDB] is not installed"},
         {"DRIVER={ODBC Driver 18 for SQL Server};Server=localhost,1433;Database=m", "SQL driver [ZELODBC] is not installed"},
+        {"DRIVER=ZELOracle;  USER=a;PASSWORD=b;DATABASE=host:1521/music", "SQL driver [ZELOracle] has no module in this build: a module would need Oracle's client library"},
+        {"DRIVER=ZELInformix;USER=a;PASSWORD=b;SERVER=ids;DATABASE=music", "SQL driver [ZELInformix] has no module in this build: a module would need IBM's Informix"},
         {"DRIVER=../../tmp/x", "Invalid SQL driver name [../../tmp/x]"},
     };
     for (const auto& [database, message] : cases) expectNoWalk(database, message);
