@@ -103,7 +103,7 @@ int main(int argc, char** argv)
         MainArguments args(output, errout);
         if (args.parse(argc, argv, true)) run(args);
         output.flush();
-        ZELDebugDumpGlobalMemoryLeak(0, errout);
+        ZELDebugDumpGlobalMemoryLeak(args.verbose() ? 1 : 0, errout);
     } catch (Exception* e) {
         // The writers are gone by now: the standard error stream takes the report.
         std::string text = toUtf8(e->toStringAll().str());

@@ -58,53 +58,50 @@ bool Arguments::parse(int argc, char** argv, bool valuesRequired)
         String arg = fromNativePath(argv[i]);
         if (optionsEnded || arg.length() < 2 || arg[0] != L'-') {
             values_.add(arg);
-            continue;
-        }
-        if (arg == L"--") {
+        } else if (arg == L"--") {
             optionsEnded = true;
-            continue;
-        }
-        if (arg[1] == L'-') {
-            size_t eq = arg.indexOf(L'=');
-            String name = arg.substring(2, eq == String::npos ? String::npos : eq - 2);
-            if (name == L"help" && eq == String::npos) {
-                usage();
-                return false;
-            }
-            if (name == L"version" && eq == String::npos) {
-                output_ << banner_ << endl;
-                return false;
-            }
-            const Option* o = findLong(name);
-            if (!o) return refuse(String::format(L"unrecognized option '--%ls'", name));
-            if (!o->valueName) {
-                if (eq != String::npos) return refuse(String::format(L"option '--%ls' doesn't allow an argument", name));
-                onOption(o->id, String());
-            } else if (eq != String::npos) {
-                onOption(o->id, arg.substring(eq + 1));
-            } else if (i + 1 < argc) {
-                onOption(o->id, fromNativePath(argv[++i]));
-            } else {
-                return refuse(String::format(L"option '--%ls' requires an argument", name));
-            }
-            continue;
-        }
-        // One or more one-letter options: "-sv", "-dVALUE", "-d VALUE".
-        for (size_t k = 1; k < arg.length(); ++k) {
-            const Option* o = findShort(arg[k]);
-            if (!o) return refuse(String::format(L"invalid option -- '%lc'", arg[k]));
-            if (!o->valueName) {
-                onOption(o->id, String());
-                continue;
-            }
-            if (k + 1 < arg.length()) onOption(o->id, arg.substring(k + 1));
-            else if (i + 1 < argc) onOption(o->id, fromNativePath(argv[++i]));
-            else return refuse(String::format(L"option requires an argument -- '%lc'", arg[k]));
-            break;
+        } else if (!(arg[1] == L'-' ? parseLong(arg, i, argc, argv) : parseShort(arg, i, argc, argv))) {
+            return false;
         }
     }
     if (valuesRequired && values_.isEmpty()) return refuse(String::format(L"missing %ls", synopsis_));
     return onValidate();
+}
+
+bool Arguments::parseLong(const String& arg, int& i, int argc, char** argv)
+{
+    const size_t eq = arg.indexOf(L'=');
+    const String name = arg.substring(2, eq == String::npos ? String::npos : eq - 2);
+    const bool help = name == L"help", version = name == L"version";
+    const Option* o = help || version ? nullptr : findLong(name);
+    if (!o && !help && !version) return refuse(String::format(L"unrecognized option '--%ls'", name));
+    if ((!o || !o->valueName) && eq != String::npos) return refuse(String::format(L"option '--%ls' doesn't allow an argument", name));
+    if (help) usage();
+    if (version) output_ << banner_ << endl;
+    if (!o) return false; // --help and --version run nothing
+    if (!o->valueName) onOption(o->id, String());
+    else if (eq != String::npos) onOption(o->id, arg.substring(eq + 1));
+    else if (i + 1 < argc) onOption(o->id, fromNativePath(argv[++i]));
+    else return refuse(String::format(L"option '--%ls' requires an argument", name));
+    return true;
+}
+
+// One or more one-letter options: "-sv", "-dVALUE", "-d VALUE".
+bool Arguments::parseShort(const String& arg, int& i, int argc, char** argv)
+{
+    for (size_t k = 1; k < arg.length(); ++k) {
+        const Option* o = findShort(arg[k]);
+        if (!o) return refuse(String::format(L"invalid option -- '%lc'", arg[k]));
+        if (!o->valueName) {
+            onOption(o->id, String());
+            continue;
+        }
+        if (k + 1 < arg.length()) onOption(o->id, arg.substring(k + 1));
+        else if (i + 1 < argc) onOption(o->id, fromNativePath(argv[++i]));
+        else return refuse(String::format(L"option requires an argument -- '%lc'", arg[k]));
+        break;
+    }
+    return true;
 }
 
 void Arguments::usage() const

@@ -47,6 +47,10 @@ protected:
     virtual bool onValidate();
 
 private:
+    // Each takes the option argument argv[i] (and its value, advancing i);
+    // false ends the parse: a refused option, --help or --version.
+    bool parseLong(const String& arg, int& i, int argc, char** argv);
+    bool parseShort(const String& arg, int& i, int argc, char** argv);
     const Option* findLong(const String& name) const;
     const Option* findShort(wchar_t id) const;
     bool refuse(const String& why) const;

@@ -194,8 +194,8 @@ void ZELDebugDumpGlobalMemoryLeak(int level, Writer& out)
         for (TrackedHeader* h = gHead; h && listed < kMaxListed; h = h->next) leaks[listed++] = {h->path, h->line, h->size};
         status = {gOwnBlocks, gOwnBytes, gOtherBlocks.load(), gOtherBytes.load()};
     }
-    if (level == 0)
-        for (size_t i = 0; i < listed; ++i) out.printf(L"Memory leak [%s(%d)] size[%zd]\n", leaks[i].path, leaks[i].line, leaks[i].size);
+    if (status.ownBlocks == 0 && level == 0) return; // nothing of the program's own is held: nothing to say
+    for (size_t i = 0; i < listed; ++i) out.printf(L"Memory leak [%s(%d)] size[%zd]\n", leaks[i].path, leaks[i].line, leaks[i].size);
     if (status.ownBlocks > listed) out.printf(L"Memory leak: %zd more block(s) not listed\n", status.ownBlocks - listed);
     out.printf(L"Memory: %zd block(s) of the program still held, %zd block(s) of %zd byte(s) held by code without source\n",
                status.ownBlocks, status.otherBlocks, status.otherBytes);

@@ -49,8 +49,9 @@ void ZELDebugTrace(const char* /*path*/, int /*line*/, const wchar_t* format, co
 // The writer that receives assertions and traces; null: standard error.
 void ZELDebugSetGlobalReport(Writer* report);
 
-// Lists the program's blocks still held (path, line, size) and counts the
-// blocks held by code that gave no source. Level 0 lists every block.
+// Lists the program's blocks still held (path, line, size), then counts them
+// and the blocks held by code that gave no source (the C++ runtime, libraries).
+// Level 0 says nothing when the program holds no block; level 1 always counts.
 void ZELDebugDumpGlobalMemoryLeak(int level, Writer& out);
 
 struct ZELDebugMemoryStatus {
