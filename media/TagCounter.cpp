@@ -54,16 +54,18 @@ void TagCounter::readDir(const String& path, TagCounter& counter, const MainArgu
 {
     auto onFile = [&](const String& dir, const String& name) {
         if (!name.toLowerCase().endsWith(L".mp3")) return;
+        TagCounter file;
         try {
-            TagCounter file;
             read(dir + name, file);
-            counter += file;
-            if (args.verbose()) args.output() << L"[  " << name << L"] " << file.toString() << endl;
         } catch (Exception* e) {
             ++counter.errors_;
             args.errout() << e->toStringAll() << endl;
             e->destroy();
+            return;
         }
+        counter += file;
+        // Outside the handler: a failure to print ends the walk, it is no file's error.
+        if (args.verbose()) args.output() << L"[  " << name << L"] " << file.toString() << endl;
     };
     auto onDirectory = [&](const String& sub) {
         TagCounter below;

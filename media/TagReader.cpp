@@ -138,6 +138,8 @@ void TagReader::persistInTransaction(const FileInfo& file)
         reportFailure();
         throw;
     }
+    // A failure to print the trace lines is no failure of the file: it ends the walk.
+    if (args().output().failed()) throw failure;
     reportFailure();
 }
 

@@ -2,6 +2,7 @@
 #define ZEL_SOURCE "media/main"
 
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <unistd.h>
 
@@ -62,27 +63,36 @@ void configureDatabaseAccess()
     SQLConnection::configure(std::move(setUp));
 }
 
+// The run driver's handler: what ends the walk, or a failure to print the
+// closing lines, is reported on the error writer and the run goes on to its end.
+void report(const MainArguments& args, Exception* e)
+{
+    args.errout() << e->toStringAll() << endl;
+    e->destroy();
+}
+
 void run(MainArguments& args)
 {
     Writer& out = args.output();
-    {
-        String separator;
-        separator.assign(L'=', 80);
-        out << L"Start [" << DateTime::getCurrentLocalTime().toString() << L"]" << endl;
-        if (args.verbose()) out << L"      [" << args.toString() << L"]" << endl;
-        out << separator << endl;
-        MediaInfo::initialize();
-        try {
-            __main(args);
-        } catch (Exception* e) {
-            args.errout() << e->toStringAll() << endl;
-            e->destroy();
-        }
-        MediaInfo::cleanup();
+    String separator;
+    separator.assign(L'=', 80);
+    out << L"Start [" << DateTime::getCurrentLocalTime().toString() << L"]" << endl;
+    if (args.verbose()) out << L"      [" << args.toString() << L"]" << endl;
+    out << separator << endl;
+    MediaInfo::initialize();
+    try {
+        __main(args);
+    } catch (Exception* e) {
+        report(args, e);
+    }
+    MediaInfo::cleanup();
+    try {
         out << separator << endl;
         out << L"Finish [" << DateTime::getCurrentLocalTime().toString() << L"]" << endl;
+        out.flush();
+    } catch (Exception* e) {
+        report(args, e);
     }
-    out.flush();
 }
 
 } // namespace
@@ -92,12 +102,14 @@ int main(int argc, char** argv)
 {
     using namespace ZELd;
     std::setlocale(LC_ALL, "");
+    std::signal(SIGPIPE, SIG_IGN); // a closed pipe fails a write like any other failure
     ZELInitializeD();
     configureDatabaseAccess();
     try {
         FileWriter output(STDOUT_FILENO, nullptr);
         FileWriter errout(STDERR_FILENO, nullptr);
         errout.setLineFlush(true);
+        errout.setSilent(true); // a failing standard error never stops the walk
         errout.tie(&output);
         ReportBinding binding(errout);
         MainArguments args(output, errout);

@@ -73,7 +73,7 @@ bool Arguments::parseLong(const String& arg, int& i, int argc, char** argv)
     const size_t eq = arg.indexOf(L'=');
     const String name = arg.substring(2, eq == String::npos ? String::npos : eq - 2);
     const bool help = name == L"help", version = name == L"version";
-    const Option* o = help || version ? nullptr : findLong(name);
+    const Option* o = findLong(name); // --help and --version are no rows of the table
     if (!o && !help && !version) return refuse(String::format(L"unrecognized option '--%ls'", name));
     if ((!o || !o->valueName) && eq != String::npos) return refuse(String::format(L"option '--%ls' doesn't allow an argument", name));
     if (help) usage();

@@ -39,7 +39,9 @@ FileWriter::~FileWriter() { drain(false); }
 
 void FileWriter::write(const wchar_t* s, size_t n)
 {
-    if (tied_) tied_->flush();
+    if (tied_) tied_->drain(false);
+    throwUnreported();
+    if (failed_) return;
     if (encoder_) encoder_->encode(buffer_, s, n);
     else appendUtf8(buffer_, s, n, EscapedBytes::Restore);
     if (buffer_.size() >= kBufferSize) drain(true);
@@ -59,16 +61,22 @@ void FileWriter::drain(bool mayThrow)
         ssize_t n = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
-            // The output is gone (a closed pipe, a full disk): say so once.
             failed_ = true;
-            int error = n < 0 ? errno : EIO;
-            buffer_.clear();
-            if (mayThrow) throw ZEL_NEW IOException(String::format(L"descriptor %d", fd_), L"Write Failed", error);
-            return;
+            unreported_ = n < 0 ? errno : EIO;
+        } else {
+            done += static_cast<size_t>(n);
         }
-        done += static_cast<size_t>(n);
     }
     buffer_.clear();
+    if (mayThrow) throwUnreported();
+}
+
+void FileWriter::throwUnreported()
+{
+    if (!unreported_ || silent_) return;
+    const int error = unreported_;
+    unreported_ = 0; // said once
+    throw ZEL_NEW IOException(String::format(L"descriptor %d", fd_), L"Write Failed", error);
 }
 
 } // namespace ZELd

@@ -54,6 +54,8 @@ public:
 
     // Called by endl after the line end has been written.
     virtual void endLine() {}
+    // Its destination has failed: nothing written reaches it any more.
+    virtual bool failed() const { return false; }
 
 private:
     std::wstring scratch_;
@@ -63,6 +65,12 @@ private:
 Writer& endl(Writer& w);
 
 // A writer on a file descriptor, with a byte buffer.
+//
+// When the descriptor fails (a closed pipe, a full disk, a closed descriptor)
+// the writer throws IOException "Write Failed" once, from one of its own calls,
+// and drops everything written to it afterwards. A failure met while another
+// writer flushes it first (see tie) is thrown at this writer's next call, so
+// that it surfaces where this writer is used, never inside the other's work.
 class FileWriter : public Writer {
 public:
     // encoder null: UTF-8.
@@ -75,19 +83,26 @@ public:
 
     // Each line is written at once (for the error writer).
     void setLineFlush(bool on) { lineFlush_ = on; }
+    // Never throws: a failing descriptor only loses what is written to it
+    // (for the error writer, whose failure must not stop the work it reports on).
+    void setSilent(bool on) { silent_ = on; }
     // Flushed before this writer writes anything, so that two writers sharing
     // a terminal or a file keep their order.
-    void tie(Writer* other) { tied_ = other; }
+    void tie(FileWriter* other) { tied_ = other; }
+    bool failed() const override { return failed_; }
 
 private:
     void drain(bool mayThrow);
+    void throwUnreported();
 
     int fd_;
     CharsetEncoder* encoder_;
     std::string buffer_;
     bool lineFlush_ = false;
+    bool silent_ = false;
     bool failed_ = false;
-    Writer* tied_ = nullptr;
+    int unreported_ = 0; // the error of a failure not thrown yet
+    FileWriter* tied_ = nullptr;
 };
 
 } // namespace ZELd

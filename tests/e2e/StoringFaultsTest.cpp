@@ -1,11 +1,15 @@
 // Faults while storing: the PostgreSQL server stopped under a run, the program
-// killed in the middle of a file, an SQLite file that cannot grow. After each,
+// killed in the middle of a file, an SQLite file that cannot grow, an output
+// that fails. After each,
 // every stored file holds all of its rows and no row lacks its file or
 // directory, the program says what happened, and the next run stores the
 // whole tree again under new ids. Long runs repeat each fault ten times at
 // random depths into one catalogue, on a tree of 2,000 files.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <random>
@@ -23,7 +27,9 @@ struct Scale {
 };
 Scale scale() { return longRun() ? Scale{40, 50, 200, 10} : Scale{10, 30, 150, 1}; }
 
-// Files with from no rows to hundreds; every value names its file.
+// Files with from no rows to hundreds; every value names its file. The first
+// file of an even directory writes a line on standard error while it is stored
+// ("Title is NULL"), that of an odd one while its tags are read (traces).
 std::vector<std::string> makeTree(const Tree& tree, const Scale& s)
 {
     const std::string audio = readFile(dataFile("sine-1s.mp3"));
@@ -38,8 +44,11 @@ std::vector<std::string> makeTree(const Tree& tree, const Scale& s)
             items.push_back({"Key" + n, tag + " item " + n});
         }
         const std::string bytes[] = {id3v2(3, frames, 16) + audio + ape(2000, items, true) + id3v1(tag, "Artist", "", "2001", "", 3, 17),
-                                     id3v2(4, {{"TIT2", textBody(tag)}}) + audio + id3v1(tag), audio + ape(1000, {{"Title", tag}}, false), audio};
-        paths.push_back(tree.file(dir + (i % 10 == 3 ? "notes" + f + ".txt" : "f" + f + ".mp3"), bytes[i % 4]));
+                                     id3v2(4, {{"TIT2", textBody(tag)}}) + audio + id3v1(tag), audio + ape(1000, {{"Title", tag}}, false), audio,
+                                     id3v2(3, {{"TIT2", textBody(tag)}}) + audio + ape(1000, {{"Title", tag}}, false) + id3v1(""), // Title is NULL
+                                     id3v2(3, {{"TIT2", textBody(tag)}, {"TPE1", ""}}) + audio}; // invalid frames: traces
+        const size_t kind = i % s.perDir == 0 ? 4 + i / s.perDir % 2 : i % 4;
+        paths.push_back(tree.file(dir + (i % 10 == 3 ? "notes" + f + ".txt" : "f" + f + ".mp3"), bytes[kind]));
     }
     return paths;
 }
@@ -240,6 +249,47 @@ TEST(ScaledDiskFull, EveryFileThatDoesNotFitFailsWholeAndTheWalkGoesOn)
     EXPECT_EQ(occurrences(end.err, "SQLException: "), stage.paths.size() - after.files.size()) << "not one message for each file not stored";
     EXPECT_EQ(occurrences(end.err, "SQLException: "), occurrences(end.err, ": disk I/O error") + occurrences(end.err, ": database or disk is full"));
     expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
+}
+
+// The report's output fails: a pipe whose reader is gone, a full disk, a
+// descriptor that is not open. The run is not killed by SIGPIPE: it says so once
+// and the walk ends, no file is stored in part, and no failure to print is
+// stored as a file's error. A failing standard error changes nothing stored.
+TEST(ScaledOutputFails, EndsTheWalkWithOneMessageAndNoFileInPart)
+{
+    Stage stage("SQLite");
+    int pipe[2];
+    ASSERT_EQ(::pipe2(pipe, O_CLOEXEC), 0);
+    ::close(pipe[0]);
+    const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+    const struct { const char* what; int out, err, error; } cases[] = {
+        {"a pipe without reader", pipe[1], -1, EPIPE}, {"/dev/full", full, -1, ENOSPC}, {"a closed descriptor", kClosed, -1, EBADF},
+        {"standard error on /dev/full", -1, full, 0}, {"standard error closed", -1, kClosed, 0},
+    };
+    for (int n = 0; n < 2 * static_cast<int>(std::size(cases)); ++n) {
+        const auto& c = cases[n / 2];
+        const std::string dir = n % 2 ? "d1" : "d0"; // the first failed write comes while storing, while reading tags
+        SCOPED_TRACE(std::string(c.what) + " in " + dir);
+        const size_t files = scale().perDir;
+        Catalogue catalogue("SQLite");
+        Launch launch;
+        std::tie(launch.out, launch.err) = std::tuple(c.out, c.err);
+        const Result r = sonarcat({"--verbose", "--database=" + catalogue.database(), stage.tree / dir}, launch, 600);
+        EXPECT_EQ(std::tuple(r.status, r.signal), std::tuple(0, 0)) << r.err;
+        const Stored stored = read(catalogue);
+        expectWhole(stored, stage.clean);
+        EXPECT_EQ(catalogue.count("STOR_FILE WHERE FILE_ER <> ''"), "0") << "a failure to print is no file's error";
+        if (!c.error) {
+            EXPECT_EQ(stored.files.size(), files);
+            EXPECT_TRUE(closes(r.out));
+            continue;
+        }
+        EXPECT_EQ(occurrences(r.err, "Exception"), 1u) << r.err;
+        EXPECT_NE(r.err.find(std::string("IOException: Write Failed [descriptor 1] (") + std::strerror(c.error) + ")\n"), std::string::npos) << r.err;
+        EXPECT_LT(stored.files.size(), files / 2) << "the walk went on";
+    }
+    ::close(pipe[1]);
+    ::close(full);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // Runs a program for a test: the built sonarcat or any other, with its output
 // and error output kept in files (nothing to drain, so a paused program never
-// blocks), as the user nobody, or with a bound on the files it may write. It
-// can be paused, signalled and waited for.
+// blocks) or on descriptors of the test's, as the user nobody, or with a bound
+// on the files it may write. It can be paused, signalled and waited for.
 #pragma once
 
 #include <fcntl.h>
@@ -34,7 +34,9 @@ struct Launch {
     std::vector<std::string> env = environment();
     long long fileSizeLimit = 0; // > 0: writes beyond it fail with EFBIG (SIGXFSZ ignored)
     bool asNobody = false;       // run by uid 65534 when the tests run as root
+    int out = -1, err = -1;      // standard output and error: -1 a file the result reads, kClosed none, else that descriptor
 };
+constexpr int kClosed = -2;
 
 struct Result {
     std::string out, err;
@@ -69,18 +71,18 @@ public:
         for (std::string& e : env) envp.push_back(e.data());
         args.push_back(nullptr);
         envp.push_back(nullptr);
-        const int out = ::open((dir_ / "out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-        const int err = ::open((dir_ / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        const int out = launch.out == -1 ? ::open((dir_ / "out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : launch.out;
+        const int err = launch.err == -1 ? ::open((dir_ / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : launch.err;
         if ((pid_ = ::fork()) == 0) { // only async-signal-safe calls up to exec
-            ::dup2(out, 1);
-            ::dup2(err, 2);
+            out >= 0 ? ::dup2(out, 1) : ::close(1);
+            err >= 0 ? ::dup2(err, 2) : ::close(2);
             const rlimit limit = {static_cast<rlim_t>(launch.fileSizeLimit), static_cast<rlim_t>(launch.fileSizeLimit)};
             if (launch.fileSizeLimit > 0 && (::signal(SIGXFSZ, SIG_IGN), ::setrlimit(RLIMIT_FSIZE, &limit)) != 0) ::_exit(126);
             ::execve(args[0], args.data(), envp.data());
             ::_exit(127);
         }
-        ::close(out);
-        ::close(err);
+        if (launch.out == -1) ::close(out);
+        if (launch.err == -1) ::close(err);
     }
     ~Program()
     {
