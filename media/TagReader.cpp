@@ -1,6 +1,14 @@
 #define ZEL_SOURCE "media/TagReader"
 #include "media/TagReader.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <random>
+#include <thread>
+
 #include "media/MainArguments.h"
 #include "media/MediaInfo.h"
 #include "media/TagLocation.h"
@@ -8,6 +16,7 @@
 #include "zel/Exception.h"
 #include "zel/File.h"
 #include "zel/Files.h"
+#include "zel/SQL.h"
 #include "zel/Writer.h"
 
 namespace ZELd {
@@ -17,6 +26,18 @@ namespace {
 constexpr size_t kRuleWidth = 80;
 // APE versions are 1000 and 2000: divided by this, their digit.
 constexpr uint32_t kApeVersionDigit = 1000;
+// How many times a file is stored when other runs keep taking its ids, and
+// the longest wait before the next attempt, in milliseconds: runs that met
+// each other wait for random times and so stop meeting.
+constexpr int kStoreAttempts = 10;
+constexpr int kLongestWaitMilliseconds = 200;
+
+void waitBeforeAttempt(int attempt)
+{
+    static std::minstd_rand random(static_cast<unsigned>(::getpid()) ^ static_cast<unsigned>(std::time(nullptr)));
+    const int longest = std::min(kLongestWaitMilliseconds, 2 << attempt);
+    std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(1, longest)(random)));
+}
 
 // The report's tags[...] number: the ID3v2 version in the hundreds, the APE
 // version's digit in the tens, the ID3v1 version in the ones ("321": ID3v2.3,
@@ -117,30 +138,44 @@ void TagReader::print(const FileInfo& file) const
 void TagReader::persistInTransaction(const FileInfo& file)
 {
     if (args().dryrun() || !store.ready()) return;
-    store.begin();
-    Exception* failure = nullptr;
-    try {
-        persist(file);
-        store.commit();
-    } catch (Exception* e) {
-        failure = e;
-    }
-    if (!failure) return;
-    const auto reportFailure = [&] {
+    for (int attempt = 1;; ++attempt) {
+        store.begin();
+        Exception* failure = nullptr;
+        try {
+            persist(file);
+            store.commit();
+            return;
+        } catch (Exception* e) {
+            failure = e;
+        }
+        rollBack(failure);
+        // Another run storing into the same catalogue took the file's ids: store it again under new ones.
+        const auto* sql = dynamic_cast<const SQLException*>(failure);
+        if (sql && sql->conflict() && attempt < kStoreAttempts) {
+            failure->destroy();
+            store.reloadIds();
+            waitBeforeAttempt(attempt);
+            continue;
+        }
         args().errout() << failure->toStringAll() << endl;
         failure->destroy();
-    };
+        return;
+    }
+}
+
+void TagReader::rollBack(Exception* failure)
+{
     try {
         store.rollback();
     } catch (Exception*) {
         // The walk stops on the rollback's failure; the failure that called
         // for the rollback says what went wrong (a lost server, a full disk).
-        reportFailure();
+        args().errout() << failure->toStringAll() << endl;
+        failure->destroy();
         throw;
     }
     // A failure to print the trace lines is no failure of the file: it ends the walk.
     if (args().output().failed()) throw failure;
-    reportFailure();
 }
 
 void TagReader::persist(const FileInfo& file)

@@ -9,6 +9,7 @@
 
 namespace ZELd {
 
+class Exception;
 class MainArguments;
 
 class TagReader : public Object {
@@ -37,8 +38,12 @@ public:
     const MainArguments& args() const { return arguments; }
 
 private:
-    // One transaction around persist: committed, or rolled back and reported.
+    // One transaction around persist: committed, or rolled back and reported;
+    // tried again when another run took the file's ids.
     void persistInTransaction(const FileInfo& file);
+    // Rolls the failed file back; rethrows, ending the walk, when the rollback
+    // fails or when the output has (then the failure is reported or rethrown).
+    void rollBack(Exception* failure);
     // The ID3V1 row, or the "Title is NULL" line when the tag has no title.
     void persistID3v1(const FileInfo& file);
 

@@ -1,6 +1,8 @@
 #define ZEL_SOURCE "media/TagStore"
 #include "media/TagStore.h"
 
+#include <algorithm>
+
 #include "zel/SQL.h"
 
 namespace ZELd {
@@ -66,18 +68,15 @@ void TagStore::rollback()
 
 void TagStore::loadIds()
 {
-    if (dirId == 0) {
-        SQLQuery q(connection);
-        q.execute(L"SELECT COALESCE(MAX(DIR_ID), 1000) FROM STOR_DIR");
-        q.fetch();
-        dirId = q.fields()[0].asInt32();
-    }
-    if (fileId == 0) {
-        SQLQuery q(connection);
-        q.execute(L"SELECT COALESCE(MAX(FILE_ID), 10000) FROM STOR_FILE");
-        q.fetch();
-        fileId = q.fields()[0].asInt64();
-    }
+    if (dirId != 0 && fileId != 0 && !reload) return;
+    reload = false;
+    SQLQuery dirs(connection), files(connection);
+    dirs.execute(L"SELECT COALESCE(MAX(DIR_ID), 1000) FROM STOR_DIR");
+    dirs.fetch();
+    dirId = std::max(dirId, dirs.fields()[0].asInt32());
+    files.execute(L"SELECT COALESCE(MAX(FILE_ID), 10000) FROM STOR_FILE");
+    files.fetch();
+    fileId = std::max(fileId, files.fields()[0].asInt64());
 }
 
 namespace {

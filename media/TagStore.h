@@ -5,8 +5,10 @@
 //
 // Ids: the first file stored reads the largest stored ids (loadIds); from then
 // on insertDir and insertFile hand out the next ones from memory, and a failed
-// file's ids are never handed out again. This is the one place ids are loaded
-// and advanced.
+// file's ids are never handed out again. When another run storing into the
+// same catalogue has taken them, reloadIds makes the next loadIds read the
+// largest stored ids again; a run's own ids only grow. This is the one place
+// ids are loaded and advanced.
 #pragma once
 
 #include <cstdint>
@@ -41,8 +43,9 @@ public:
     // writes its directory row again.
     void rollback();
 
-    // Reads the largest stored ids, the first time only.
+    // Reads the largest stored ids, the first time and after reloadIds.
     void loadIds();
+    void reloadIds() { reload = true; }
     bool isCurrentDir(const String& dir) const { return dir == currentDir; }
 
     // One row each, inside the open transaction; each prepares its
@@ -60,6 +63,7 @@ private:
     String currentDir;                   // the directory of the last STOR_DIR row written; empty after a rollback
     int32_t dirId = 0;                   // the last ids handed out; 0: not yet read from the database
     int64_t fileId = 0;
+    bool reload = false;                 // read the largest stored ids again
 };
 
 } // namespace ZELd

@@ -20,7 +20,7 @@ namespace {
 
 [[noreturn]] void fail(const String& what, const DriverError& error)
 {
-    throw ZEL_NEW SQLException(what + L": " + fromNativePath(error.message.c_str()));
+    throw ZEL_NEW SQLException(what + L": " + fromNativePath(error.message.c_str()), error.conflict);
 }
 
 SQLConfiguration& configuration()

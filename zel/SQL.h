@@ -45,7 +45,14 @@ constexpr short TimestampWithoutZone = -32768;
 class SQLException : public Exception {
 public:
     using Exception::Exception;
+    SQLException(const String& message, bool conflict) : Exception(message), conflict_(conflict) {}
     const wchar_t* className() const override { return L"SQLException"; }
+    // Another transaction took a key this one writes, or the two deadlocked:
+    // rolled back and tried again, the work may succeed.
+    bool conflict() const { return conflict_; }
+
+private:
+    bool conflict_ = false;
 };
 
 // What the program tells the SQL layer about itself, at start-up before its

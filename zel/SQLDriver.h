@@ -34,6 +34,11 @@
 //   - A call that fails returns false (prepare(): null) and puts the
 //     database's own words in DriverError::message: UTF-8, without a line
 //     break at the end. The layer adds what it was doing and throws.
+//   - DriverError::conflict says that the failure came from another
+//     transaction (a unique key it took, a deadlock, a serialization
+//     failure); the program then stores the file again under new ids. Set it
+//     from the database's own error code (SQLSTATE 23505, 40001, 40P01 and
+//     their engine-specific equivalents), never from the message text.
 //   - No exception leaves the module: every failure a driver sees is told
 //     through DriverError. (Running out of memory ends the process, in a
 //     driver as anywhere else in the program.)
@@ -147,6 +152,10 @@ inline std::string timestampText(const Timestamp& t)
 
 struct DriverError {
     std::string message;
+    // The failure is another transaction's doing: it took a key this one
+    // writes (a unique or primary key), or the two deadlocked or could not be
+    // serialised. Rolled back and tried again, the work may succeed.
+    bool conflict = false;
 };
 
 // The KEY=value pairs of a connection string.

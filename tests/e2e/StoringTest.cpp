@@ -3,6 +3,9 @@
 // that cannot be opened.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <memory>
+
 #include "support/Catalogue.h"
 
 using namespace testsupport;
@@ -176,6 +179,43 @@ TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
     EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM ID3V2_FRAME"), (std::vector<Row>{{"8"}}));
 }
 
+
+// Four runs started together over four disjoint trees store every file once,
+// whole, without an error line, each run's ids growing in its walk order
+// (long runs: 500 files a tree, ten times over).
+TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
+{
+    const size_t files = longRun() ? 500 : 120, rounds = longRun() ? 10 : 1;
+    const std::string bytes = id3v2(3, {{"TIT2", textBody("Shared")}}) + readFile(dataFile("sine-1s.mp3")) + ape(2000, {{"Title", "Shared"}}, true) + id3v1("Shared");
+    std::vector<std::string> walkOrder[4];
+    for (int k = 0; k < 4; ++k) {
+        const Tree scanned(dir / ("disk" + std::to_string(k)));
+        for (size_t i = 0; i < files; ++i) {
+            std::string name = "d0/f" + std::to_string(1000 + i) + ".mp3";
+            name[1] = static_cast<char>('0' + i % 3);
+            walkOrder[k].push_back(i == 0 ? scanned.file(name, bytes) : scanned.make(name, walkOrder[k][0], 'h'));
+        }
+        std::sort(walkOrder[k].begin(), walkOrder[k].end());
+    }
+    for (size_t round = 1; round <= rounds && !HasFailure(); ++round) {
+        std::vector<std::unique_ptr<Program>> runs;
+        for (int k = 0; k < 4; ++k) runs.push_back(std::make_unique<Program>(std::vector<std::string>{SONARCAT_BINARY, "--database=" + database, dir / ("disk" + std::to_string(k))}));
+        for (auto& run : runs) {
+            const std::string err = run->finish(600).err;
+            EXPECT_EQ(err.find("Exception"), std::string::npos) << err;
+        }
+        std::map<std::string, std::vector<long long>> ids; // a path's file ids in id order
+        for (const Row& r : catalogue.rows("SELECT d.PATH, f.NAME, f.FILE_ID FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID ORDER BY f.FILE_ID"))
+            ids[r[0] + r[1]].push_back(std::stoll(r[2]));
+        for (const std::vector<std::string>& order : walkOrder) {
+            for (size_t i = 0; i < order.size(); ++i) {
+                ASSERT_EQ(ids[order[i]].size(), round) << order[i] << " is not stored once in each round";
+                EXPECT_TRUE(i == 0 || ids[order[i - 1]].back() < ids[order[i]].back()) << order[i] << ": a run's ids go back";
+            }
+        }
+        for (const char* table : {"ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"}) EXPECT_EQ(catalogue.count(table), std::to_string(4 * files * round)) << table;
+    }
+}
 
 void expectNoWalk(const std::string& database, const std::string& message)
 {

@@ -33,6 +33,15 @@ std::string trimmed(const char* message)
     return s;
 }
 
+// A failed result: the server's message, and whether another transaction
+// caused it (a unique key taken, a serialization failure, a deadlock).
+DriverError failureOf(const PGresult* r)
+{
+    const char* state = PQresultErrorField(r, PG_DIAG_SQLSTATE);
+    const std::string code = state ? state : "";
+    return {trimmed(PQresultErrorMessage(r)), code == "23505" || code == "40001" || code == "40P01"};
+}
+
 // A statement text as the server holds it.
 struct PreparedText {
     std::string name;
@@ -91,7 +100,7 @@ public:
         if (!conn_) return notConnected(error);
         if (PQenterPipelineMode(conn_) != 1) return run("BEGIN", error); // cannot pipeline: one by one
         pipeline_ = true;
-        failure_.clear();
+        failure_ = {};
         return send(PQsendQueryParams(conn_, "BEGIN", 0, nullptr, nullptr, nullptr, nullptr, 0), error);
     }
 
@@ -104,9 +113,9 @@ public:
         }
         PGresult* last = drain();
         leavePipeline();
-        if (!failure_.empty()) {
+        if (!failure_.message.empty()) {
             PQclear(last);
-            error.message = failure_;
+            error = failure_;
             return false;
         }
         return finishCommit(last, error);
@@ -157,8 +166,8 @@ public:
         if (!send(PQsendQueryPrepared(conn_, name.c_str(), n, values.data(), lengths.data(), binary.data(), 0), error)) return false;
         if (!wantResult) return true;
         result = drain();
-        if (!failure_.empty()) {
-            error.message = failure_;
+        if (!failure_.message.empty()) {
+            error = failure_;
             return false;
         }
         return check(result, error);
@@ -186,8 +195,8 @@ private:
         if (!send(PQsendPrepare(conn_, text.name.c_str(), sql.c_str(), static_cast<int>(parameters), nullptr), error)) return false;
         if (!send(PQsendDescribePrepared(conn_, text.name.c_str()), error)) return false;
         PGresult* description = drain();
-        bool ok = failure_.empty() && check(description, error);
-        if (!failure_.empty()) error.message = failure_;
+        bool ok = failure_.message.empty() && check(description, error);
+        if (!failure_.message.empty()) error = failure_;
         text.returnsRows = ok && PQnfields(description) > 0;
         PQclear(description);
         return ok;
@@ -198,7 +207,8 @@ private:
         ExecStatusType status = PQresultStatus(r);
         if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
         // No result at all: the connection says why (a server that went away).
-        error.message = trimmed(r ? PQresultErrorMessage(r) : PQerrorMessage(conn_));
+        if (r) error = failureOf(r);
+        else error.message = trimmed(PQerrorMessage(conn_));
         if (error.message.empty()) error.message = "no answer from the server";
         return false;
     }
@@ -216,7 +226,7 @@ private:
             return true;
         }
         error.message = trimmed(PQerrorMessage(conn_));
-        if (failure_.empty()) failure_ = error.message;
+        if (failure_.message.empty()) failure_ = error;
         return false;
     }
 
@@ -226,15 +236,15 @@ private:
     {
         PGresult* last = nullptr;
         if (PQpipelineSync(conn_) != 1) {
-            if (failure_.empty()) failure_ = trimmed(PQerrorMessage(conn_));
+            if (failure_.message.empty()) failure_.message = trimmed(PQerrorMessage(conn_));
             queued_ = 0;
             return nullptr;
         }
         for (; queued_ > 0; --queued_) {
             while (PGresult* r = PQgetResult(conn_)) {
                 ExecStatusType status = PQresultStatus(r);
-                if (status == PGRES_FATAL_ERROR && failure_.empty()) failure_ = trimmed(PQresultErrorMessage(r));
-                if (status == PGRES_PIPELINE_ABORTED && failure_.empty()) failure_ = "statement not run: an earlier one failed";
+                if (status == PGRES_FATAL_ERROR && failure_.message.empty()) failure_ = failureOf(r);
+                if (status == PGRES_PIPELINE_ABORTED && failure_.message.empty()) failure_.message = "statement not run: an earlier one failed";
                 if (queued_ == 1) {
                     PQclear(last);
                     last = r;
@@ -243,7 +253,7 @@ private:
                 }
             }
             if (PQstatus(conn_) != CONNECTION_OK) {
-                if (failure_.empty()) failure_ = trimmed(PQerrorMessage(conn_));
+                if (failure_.message.empty()) failure_.message = trimmed(PQerrorMessage(conn_));
                 queued_ = 0;
                 return last;
             }
@@ -264,7 +274,8 @@ private:
     {
         // A transaction that failed answers COMMIT with ROLLBACK: that is a failure.
         bool ok = PQresultStatus(r) == PGRES_COMMAND_OK && std::strcmp(PQcmdStatus(r), "COMMIT") == 0;
-        if (!ok) error.message = PQresultStatus(r) == PGRES_COMMAND_OK ? "the transaction was rolled back" : trimmed(r ? PQresultErrorMessage(r) : PQerrorMessage(conn_));
+        if (!ok && r && PQresultStatus(r) != PGRES_COMMAND_OK) error = failureOf(r);
+        else if (!ok) error.message = r ? "the transaction was rolled back" : trimmed(PQerrorMessage(conn_));
         PQclear(r);
         return ok;
     }
@@ -283,7 +294,7 @@ private:
     unsigned named_ = 0;
     bool pipeline_ = false;
     int queued_ = 0;
-    std::string failure_;
+    DriverError failure_; // the first failure among the queued statements
 };
 
 bool PgConnection::open(const OpenRequest& request, DriverError& error)

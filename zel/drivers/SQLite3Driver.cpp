@@ -16,6 +16,15 @@ using namespace ZELd::sqldriver;
 constexpr int kBusyTimeoutMilliseconds = 10000;
 const char* const kSetUp = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;";
 
+// The last failure on the connection; a key another run took, or a database
+// still busy after the timeout, is a conflict: the work may be tried again.
+void describeFailure(sqlite3* db, DriverError& error)
+{
+    const int code = sqlite3_extended_errcode(db);
+    error.message = sqlite3_errmsg(db);
+    error.conflict = code == SQLITE_CONSTRAINT_PRIMARYKEY || code == SQLITE_CONSTRAINT_UNIQUE || (code & 0xFF) == SQLITE_BUSY;
+}
+
 class SQLiteStatement : public Statement {
 public:
     SQLiteStatement(sqlite3* db, sqlite3_stmt* stmt) : db_(db), stmt_(stmt) {}
@@ -51,7 +60,7 @@ public:
         pending_ = rc == SQLITE_ROW;
         done_ = rc == SQLITE_DONE;
         if (rc == SQLITE_ROW || rc == SQLITE_DONE) return true;
-        error.message = sqlite3_errmsg(db_);
+        describeFailure(db_, error);
         sqlite3_reset(stmt_);
         return false;
     }
@@ -136,7 +145,9 @@ public:
 
     std::string serverInfo() override { return std::string("SQLite ") + sqlite3_libversion(); }
     bool connected() override { return db_ != nullptr; }
-    bool begin(DriverError& error) override { return run("BEGIN", error); }
+    // IMMEDIATE: the write lock is taken (or waited for) at once, so that the
+    // ids read inside are not stale by the time the rows go in.
+    bool begin(DriverError& error) override { return run("BEGIN IMMEDIATE", error); }
     bool commit(DriverError& error) override { return run("COMMIT", error); }
     bool rollback(DriverError& error) override
     {
@@ -171,7 +182,8 @@ private:
     {
         char* message = nullptr;
         if (sqlite3_exec(db_, sql, nullptr, nullptr, &message) == SQLITE_OK) return true;
-        error.message = message ? message : (db_ ? sqlite3_errmsg(db_) : "not connected");
+        if (db_) describeFailure(db_, error);
+        if (message || !db_) error.message = message ? message : "not connected";
         sqlite3_free(message);
         return false;
     }
