@@ -1,5 +1,5 @@
 // The MariaDB driver module (libZELMariaDB.so), over libmariadb's prepared
-// statements. It also reaches MySQL servers.
+// statements.
 //
 // Keys: USER, PASSWORD, SERVER (a host, host/port, a socket file ending in
 // ".sock", or the directory of the server's socket, which then is
@@ -9,9 +9,11 @@
 //
 // The session runs with autocommit off: a transaction starts with the first
 // statement after begin(), which therefore costs no round trip; a statement
-// run outside a transaction is committed right after it. Rows are read whole
-// into the client when a statement is executed, so that several statements
-// can have rows open at once.
+// run outside a transaction is committed right after it. Inside one, the
+// runs of a statement that returns no rows that follow its first run (a
+// file's frames after the first) are queued and go to the server in one bulk
+// execution; see MariaDBStatement::queue. Rows of a query are read whole into the client
+// when it is executed, so that several statements can have rows open at once.
 #include <mysql.h>
 #include <errmsg.h>
 #include <mysqld_error.h>
@@ -36,6 +38,10 @@ const char* const kSocketInDirectory = "/mysqld.sock";
 const char* const kSessionSetUp = "SET SESSION autocommit = 0, SESSION sql_mode = CONCAT_WS(',', NULLIF(@@SESSION.sql_mode, ''), 'STRICT_ALL_TABLES')";
 constexpr unsigned kBinaryCharacterSet = 63; // the character set number of binary data
 constexpr unsigned long kFirstColumnBuffer = 64;
+// A bulk execution is sent once it holds this many rows or bytes, well below
+// the server's smallest max_allowed_packet.
+constexpr size_t kMostQueuedRows = 1000;
+constexpr size_t kMostQueuedBytes = 512 * 1024;
 
 // Errors after which the link to the server is gone.
 bool linkLost(unsigned code)
@@ -123,11 +129,43 @@ class MariaDBConnection;
 
 // A parameter's value as the client library sends it; the bytes are a copy.
 struct Parameter {
+    Value::Kind kind = Value::Null;
     std::string bytes;
     long long number = 0;
     MYSQL_TIME time{};
     unsigned long length = 0;
+    char indicator = STMT_INDICATOR_NULL;
 };
+using ParameterRow = std::vector<Parameter>;
+
+enum_field_types typeOf(Value::Kind kind)
+{
+    switch (kind) {
+    case Value::Int:
+    case Value::UInt: return MYSQL_TYPE_LONGLONG;
+    case Value::Text: return MYSQL_TYPE_STRING;
+    case Value::Bytes: return MYSQL_TYPE_BLOB; // sent without conversion of its character set
+    case Value::Time: return MYSQL_TYPE_DATETIME;
+    default: return MYSQL_TYPE_NULL;
+    }
+}
+
+// Points a bind whose type is set at the value of a parameter.
+void pointAt(MYSQL_BIND& b, Parameter& p)
+{
+    b.buffer = nullptr;
+    b.buffer_length = 0;
+    b.length = nullptr;
+    if (p.kind == Value::Int || p.kind == Value::UInt) b.buffer = &p.number;
+    if (p.kind == Value::Time) b.buffer = &p.time;
+    if (p.kind == Value::Text || p.kind == Value::Bytes) {
+        b.buffer = p.bytes.data();
+        b.buffer_length = p.length;
+        b.length = &p.length;
+    }
+    p.indicator = p.kind == Value::Null ? STMT_INDICATOR_NULL : STMT_INDICATOR_NONE;
+    b.u.indicator = &p.indicator; // read in bulk executions only
+}
 
 // A column of a result, read into buffers of its own.
 struct Column {
@@ -144,9 +182,8 @@ public:
     MariaDBStatement(MariaDBConnection& owner, MYSQL_STMT* stmt)
         : owner_(owner), stmt_(stmt), parameters_(mysql_stmt_param_count(stmt)), binds_(parameters_.size()), returnsRows_(mysql_stmt_field_count(stmt) > 0)
     {
-        reset();
     }
-    ~MariaDBStatement() override { mysql_stmt_close(stmt_); }
+    ~MariaDBStatement() override;
 
     bool returnsRows() const override { return returnsRows_; }
     bool bind(size_t index, const Value& v, DriverError& error) override;
@@ -154,7 +191,15 @@ public:
     bool fetch(std::vector<Value>& row, DriverError& error) override;
     void reset() override;
 
+    // Sends the queued runs to the server; false and the server's words when one failed.
+    bool sendQueued(DriverError& error);
+    void dropQueued() { queued_.clear(), queuedBytes_ = 0; }
+
 private:
+    bool queue(DriverError& error);
+    bool fitsQueue() const;
+    bool send(std::vector<ParameterRow>& rows, DriverError& error);
+    static my_bool pointAtRow(void* statement, MYSQL_BIND* binds, unsigned row);
     bool run(DriverError& error);
     bool describeColumns(DriverError& error);
     bool readLongColumns();
@@ -163,9 +208,13 @@ private:
 
     MariaDBConnection& owner_;
     MYSQL_STMT* stmt_;
-    std::vector<Parameter> parameters_;
+    ParameterRow parameters_;
     std::vector<MYSQL_BIND> binds_;
     const bool returnsRows_;
+    std::vector<ParameterRow> queued_; // runs not yet sent, in order
+    size_t queuedBytes_ = 0;
+    std::vector<ParameterRow> single_; // the one run of an execute() that is not queued
+    std::vector<ParameterRow>* sending_ = nullptr;
     std::vector<Column> columns_;
     std::vector<MYSQL_BIND> results_;
     bool rowsOpen_ = false; // a result is held and not read to its end
@@ -188,24 +237,30 @@ public:
         if (!db_) return notConnected(error);
         inTransaction_ = true;
         statementFailed_ = false;
+        lastRun_ = nullptr;
         return true;
     }
 
     bool commit(DriverError& error) override
     {
         if (!db_) return notConnected(error);
+        if (!sendQueued(error)) return false;
         if (statementFailed_) {
             error.message = "the transaction was rolled back: a statement in it failed";
             return false; // the program calls rollback(), which ends it on the server
         }
         if (!check(mysql_commit(db_) == 0, error)) return false;
         inTransaction_ = false;
+        lastRun_ = nullptr;
         return true;
     }
 
     bool rollback(DriverError& error) override
     {
+        if (queued_) queued_->dropQueued();
+        queued_ = nullptr;
         inTransaction_ = statementFailed_ = false;
+        lastRun_ = nullptr;
         // The server ends the transaction of a lost link by itself, but
         // nothing more can be stored: the rollback fails and the walk stops.
         if (!connected()) {
@@ -219,8 +274,27 @@ public:
 
     Statement* prepare(const std::string& sql, size_t parameters, DriverError& error) override;
 
-    // Called after each execute(): outside a transaction the statement is
-    // committed at once; inside one a failure is remembered for commit().
+    // Whether a run of a statement that returns no rows may be queued: it
+    // is inside a transaction and follows a run of the same statement.
+    bool mayQueue(const MariaDBStatement* statement) const { return inTransaction_ && bulk_ && lastRun_ == statement; }
+    MariaDBStatement* queuedStatement() const { return queued_; }
+    void setQueued(MariaDBStatement* statement) { queued_ = statement; }
+    MariaDBStatement* lastRun() const { return lastRun_; }
+    void setLastRun(MariaDBStatement* statement) { lastRun_ = statement; }
+
+    // Sends what is queued, before anything else goes to the server.
+    bool sendQueued(DriverError& error)
+    {
+        MariaDBStatement* statement = queued_;
+        queued_ = nullptr;
+        if (!statement || statement->sendQueued(error)) return true;
+        statementFailed_ = true;
+        return false;
+    }
+
+    // Called after each execute() that was not queued: outside a transaction
+    // the statement is committed at once; inside one a failure is
+    // remembered for commit().
     bool finishStatement(bool succeeded, DriverError& error)
     {
         if (inTransaction_) {
@@ -243,7 +317,6 @@ public:
         if (linkLost(code)) linked_ = false;
         return false;
     }
-
 private:
     static bool notConnected(DriverError& error)
     {
@@ -268,6 +341,9 @@ private:
     bool linked_ = false;
     bool inTransaction_ = false;
     bool statementFailed_ = false;
+    bool bulk_ = false;                    // the server takes many runs of a statement at once
+    MariaDBStatement* queued_ = nullptr; // the statement whose runs wait to be sent
+    MariaDBStatement* lastRun_ = nullptr; // the statement executed last in the transaction
 };
 
 void MariaDBConnection::setOptions(const OpenRequest& request, const Endpoint& endpoint)
@@ -309,6 +385,10 @@ bool MariaDBConnection::open(const OpenRequest& request, DriverError& error)
         return false;
     }
     linked_ = true;
+    unsigned long capabilities = 0, extended = 0;
+    mariadb_get_infov(db_, MARIADB_CONNECTION_SERVER_CAPABILITIES, &capabilities);
+    mariadb_get_infov(db_, MARIADB_CONNECTION_EXTENDED_SERVER_CAPABILITIES, &extended);
+    bulk_ = !(capabilities & CLIENT_MYSQL) && (extended & (MARIADB_CLIENT_STMT_BULK_OPERATIONS >> 32));
     return true;
 }
 
@@ -328,6 +408,7 @@ Statement* MariaDBConnection::prepare(const std::string& sql, size_t parameters,
         notConnected(error);
         return nullptr;
     }
+    if (!sendQueued(error)) return nullptr;
     MYSQL_STMT* stmt = mysql_stmt_init(db_);
     if (!check(stmt != nullptr, error)) return nullptr;
     if (!check(mysql_stmt_prepare(stmt, sql.data(), sql.size()) == 0, error, stmt)) {
@@ -342,6 +423,13 @@ Statement* MariaDBConnection::prepare(const std::string& sql, size_t parameters,
     return new MariaDBStatement(*this, stmt);
 }
 
+MariaDBStatement::~MariaDBStatement()
+{
+    if (owner_.queuedStatement() == this) owner_.setQueued(nullptr);
+    if (owner_.lastRun() == this) owner_.setLastRun(nullptr);
+    mysql_stmt_close(stmt_);
+}
+
 bool MariaDBStatement::bind(size_t index, const Value& v, DriverError& error)
 {
     if (index >= parameters_.size()) {
@@ -349,24 +437,14 @@ bool MariaDBStatement::bind(size_t index, const Value& v, DriverError& error)
         return false;
     }
     Parameter& p = parameters_[index];
-    MYSQL_BIND& b = binds_[index];
-    b = MYSQL_BIND{};
+    p.kind = v.kind;
     switch (v.kind) {
-    case Value::Int:
-    case Value::UInt:
-        p.number = v.kind == Value::Int ? v.i : static_cast<long long>(v.u);
-        b.buffer_type = MYSQL_TYPE_LONGLONG;
-        b.buffer = &p.number;
-        b.is_unsigned = v.kind == Value::UInt;
-        break;
+    case Value::Int: p.number = v.i; break;
+    case Value::UInt: p.number = static_cast<long long>(v.u); break;
     case Value::Text:
     case Value::Bytes:
         p.bytes = v.bytes;
         p.length = static_cast<unsigned long>(p.bytes.size());
-        b.buffer_type = v.kind == Value::Text ? MYSQL_TYPE_STRING : MYSQL_TYPE_BLOB; // a blob is sent without conversion
-        b.buffer = p.bytes.data();
-        b.buffer_length = p.length;
-        b.length = &p.length;
         break;
     case Value::Time:
         p.time = MYSQL_TIME{};
@@ -375,23 +453,102 @@ bool MariaDBStatement::bind(size_t index, const Value& v, DriverError& error)
         p.time.minute = static_cast<unsigned>(v.time.minute), p.time.second = static_cast<unsigned>(v.time.second);
         p.time.second_part = static_cast<unsigned long>(v.time.millisecond) * 1000;
         p.time.time_type = MYSQL_TIMESTAMP_DATETIME;
-        b.buffer_type = MYSQL_TYPE_DATETIME;
-        b.buffer = &p.time;
         break;
-    default: b.buffer_type = MYSQL_TYPE_NULL; break;
+    default: p.kind = Value::Null; break;
     }
     return true;
 }
 
-bool MariaDBStatement::execute(DriverError& error) { return owner_.finishStatement(run(error), error); }
+bool MariaDBStatement::execute(DriverError& error)
+{
+    const bool queueable = !returnsRows_ && owner_.mayQueue(this);
+    owner_.setLastRun(this);
+    if (queueable) return queue(error);
+    if (!owner_.sendQueued(error)) return false;
+    return owner_.finishStatement(run(error), error);
+}
+
+// Queues this run. The first run of a statement in a row of runs goes to the
+// server at once, so that the server holds the transaction's rows from its
+// first statement on; the runs after it wait together until another
+// statement, a prepare or the commit needs the server, and tell their failure
+// to that call. A run whose values differ in kind from the queued ones (a
+// number where they hold text) sends them first.
+bool MariaDBStatement::queue(DriverError& error)
+{
+    if ((owner_.queuedStatement() != this || !fitsQueue()) && !owner_.sendQueued(error)) return false;
+    queued_.push_back(parameters_);
+    for (const Parameter& p : parameters_) queuedBytes_ += p.bytes.size() + sizeof p;
+    owner_.setQueued(this);
+    return true;
+}
+
+bool MariaDBStatement::fitsQueue() const
+{
+    if (queued_.size() >= kMostQueuedRows || queuedBytes_ >= kMostQueuedBytes) return false;
+    for (size_t c = 0; c < parameters_.size(); ++c) {
+        const Value::Kind kind = parameters_[c].kind;
+        for (const ParameterRow& row : queued_)
+            if (kind != Value::Null && row[c].kind != Value::Null && row[c].kind != kind) return false;
+    }
+    return true;
+}
+
+bool MariaDBStatement::sendQueued(DriverError& error)
+{
+    const bool sent = send(queued_, error);
+    dropQueued();
+    return sent;
+}
+
+// Sends runs of the statement: one as it is, several in one bulk execution
+// whose column types are those of the values that are not null.
+bool MariaDBStatement::send(std::vector<ParameterRow>& rows, DriverError& error)
+{
+    if (rows.empty()) return true;
+    for (size_t c = 0; c < binds_.size(); ++c) {
+        Value::Kind kind = rows.size() == 1 ? rows[0][c].kind : Value::Text; // an all-null column as text
+        for (const ParameterRow& row : rows)
+            if (row[c].kind != Value::Null) kind = row[c].kind;
+        binds_[c] = MYSQL_BIND{};
+        binds_[c].buffer_type = typeOf(kind);
+        binds_[c].is_unsigned = kind == Value::UInt;
+        pointAt(binds_[c], rows[0][c]);
+    }
+    // One run: an array size of 0. Several: the library asks pointAtRow for each.
+    unsigned count = rows.size() == 1 ? 0 : static_cast<unsigned>(rows.size());
+    sending_ = &rows;
+    const void* callback = count ? reinterpret_cast<const void*>(&pointAtRow) : nullptr;
+    const bool sent = mysql_stmt_attr_set(stmt_, STMT_ATTR_ARRAY_SIZE, &count) == 0 && mysql_stmt_attr_set(stmt_, STMT_ATTR_CB_USER_DATA, this) == 0 &&
+                      mysql_stmt_attr_set(stmt_, STMT_ATTR_CB_PARAM, callback) == 0 &&
+                      (binds_.empty() || mysql_stmt_bind_param(stmt_, binds_.data()) == 0) && mysql_stmt_execute(stmt_) == 0;
+    sending_ = nullptr;
+    const bool ok = sent || fail(error);
+    if (count) {
+        unsigned none = 0;
+        mysql_stmt_attr_set(stmt_, STMT_ATTR_ARRAY_SIZE, &none);
+        mysql_stmt_attr_set(stmt_, STMT_ATTR_CB_PARAM, nullptr);
+    }
+    return ok;
+}
+
+my_bool MariaDBStatement::pointAtRow(void* statement, MYSQL_BIND* binds, unsigned row)
+{
+    auto* self = static_cast<MariaDBStatement*>(statement);
+    ParameterRow& values = (*self->sending_)[row];
+    for (size_t c = 0; c < values.size(); ++c) pointAt(binds[c], values[c]);
+    return 0;
+}
 
 bool MariaDBStatement::run(DriverError& error)
 {
     if (rowsOpen_) mysql_stmt_free_result(stmt_);
     rowsOpen_ = false;
-    if (!binds_.empty() && mysql_stmt_bind_param(stmt_, binds_.data())) return fail(error);
-    if (mysql_stmt_execute(stmt_)) return fail(error);
-    if (!returnsRows_) return true;
+    single_.resize(1);
+    single_[0].swap(parameters_);
+    const bool sent = send(single_, error);
+    single_[0].swap(parameters_);
+    if (!sent || !returnsRows_) return sent;
     // Every row now: another statement may run before these are read.
     if (mysql_stmt_store_result(stmt_)) return fail(error);
     rowsOpen_ = true;
@@ -472,14 +629,12 @@ Value MariaDBStatement::value(const Column& column) const
     return v;
 }
 
+// Queued runs stay queued: they are sent before anything else of the transaction.
 void MariaDBStatement::reset()
 {
     if (rowsOpen_) mysql_stmt_free_result(stmt_);
     rowsOpen_ = false;
-    for (MYSQL_BIND& b : binds_) {
-        b = MYSQL_BIND{};
-        b.buffer_type = MYSQL_TYPE_NULL;
-    }
+    for (Parameter& p : parameters_) p.kind = Value::Null;
 }
 
 bool MariaDBStatement::fail(DriverError& error) { return owner_.check(false, error, stmt_); }
