@@ -12,8 +12,9 @@
 // run outside a transaction is committed right after it. Inside one, the
 // runs of a statement that returns no rows that follow its first run (a
 // file's frames after the first) are queued and go to the server in one bulk
-// execution; see MariaDBStatement::queue. Rows of a query are read whole into the client
-// when it is executed, so that several statements can have rows open at once.
+// execution; see MariaDBStatement::queue. Rows of a query are read whole into
+// the client when it is executed, so that several statements can have rows
+// open at once.
 #include <mysql.h>
 #include <errmsg.h>
 #include <mysqld_error.h>
@@ -39,7 +40,7 @@ const char* const kSessionSetUp = "SET SESSION autocommit = 0, SESSION sql_mode 
 constexpr unsigned kBinaryCharacterSet = 63; // the character set number of binary data
 constexpr unsigned long kFirstColumnBuffer = 64;
 // A bulk execution is sent once it holds this many rows or bytes, well below
-// the server's smallest max_allowed_packet.
+// the server's max_allowed_packet (16 MB unless set lower).
 constexpr size_t kMostQueuedRows = 1000;
 constexpr size_t kMostQueuedBytes = 512 * 1024;
 
@@ -180,7 +181,8 @@ struct Column {
 class MariaDBStatement : public Statement {
 public:
     MariaDBStatement(MariaDBConnection& owner, MYSQL_STMT* stmt)
-        : owner_(owner), stmt_(stmt), parameters_(mysql_stmt_param_count(stmt)), binds_(parameters_.size()), returnsRows_(mysql_stmt_field_count(stmt) > 0)
+        : owner_(owner), stmt_(stmt), parameters_(mysql_stmt_param_count(stmt)), binds_(parameters_.size()), returnsRows_(mysql_stmt_field_count(stmt) > 0),
+          queuedKinds_(parameters_.size(), Value::Null)
     {
     }
     ~MariaDBStatement() override;
@@ -193,7 +195,12 @@ public:
 
     // Sends the queued runs to the server; false and the server's words when one failed.
     bool sendQueued(DriverError& error);
-    void dropQueued() { queued_.clear(), queuedBytes_ = 0; }
+    void dropQueued()
+    {
+        queued_.clear();
+        queuedKinds_.assign(parameters_.size(), Value::Null);
+        queuedBytes_ = 0;
+    }
 
 private:
     bool queue(DriverError& error);
@@ -212,6 +219,7 @@ private:
     std::vector<MYSQL_BIND> binds_;
     const bool returnsRows_;
     std::vector<ParameterRow> queued_; // runs not yet sent, in order
+    std::vector<Value::Kind> queuedKinds_; // of each parameter: what its queued values that are not null hold
     size_t queuedBytes_ = 0;
     std::vector<ParameterRow> single_; // the one run of an execute() that is not queued
     std::vector<ParameterRow>* sending_ = nullptr;
@@ -478,7 +486,10 @@ bool MariaDBStatement::queue(DriverError& error)
 {
     if ((owner_.queuedStatement() != this || !fitsQueue()) && !owner_.sendQueued(error)) return false;
     queued_.push_back(parameters_);
-    for (const Parameter& p : parameters_) queuedBytes_ += p.bytes.size() + sizeof p;
+    for (size_t c = 0; c < parameters_.size(); ++c) {
+        if (parameters_[c].kind != Value::Null) queuedKinds_[c] = parameters_[c].kind;
+        queuedBytes_ += parameters_[c].bytes.size() + sizeof(Parameter);
+    }
     owner_.setQueued(this);
     return true;
 }
@@ -487,9 +498,8 @@ bool MariaDBStatement::fitsQueue() const
 {
     if (queued_.size() >= kMostQueuedRows || queuedBytes_ >= kMostQueuedBytes) return false;
     for (size_t c = 0; c < parameters_.size(); ++c) {
-        const Value::Kind kind = parameters_[c].kind;
-        for (const ParameterRow& row : queued_)
-            if (kind != Value::Null && row[c].kind != Value::Null && row[c].kind != kind) return false;
+        const Value::Kind kind = parameters_[c].kind, queued = queuedKinds_[c];
+        if (kind != Value::Null && queued != Value::Null && kind != queued) return false;
     }
     return true;
 }
