@@ -45,7 +45,7 @@ protected:
         };
         a1Tag = id3v2(3, frames, 32);
         a1Ape = ape(2000, {{"Title", "Song"}, {"Cover", std::string("\x01\x02", 2), 2}, {"Link", "http://x", 4}}, true);
-        s1Tag = id3v2(4, {{"TIT2", textBody("Sub")}}, 0, 0x80);
+        s1Tag = id3v2(4, {{"TIT2", textBody("Sub 日本語 🎵", 3)}}, 0, 0x80); // three- and four-byte UTF-8
         s1Ape = ape(1000, {{"Title", "Ape1"}}, false);
         write("a1.mp3", a1Tag + audio + a1Ape + id3v1("Alpha", "", "", "", "", 7, 255));
         write("b-sub/s1.mp3", s1Tag + audio + s1Ape + id3v1(""));
@@ -121,7 +121,7 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
                   {"10001", "5", "PRIV", "107", "0", "0", "0", "owner", kNull, kNull, kNull, kNull},
                   {"10001", "6", "TPE1", "11", "0", "1", "0", kNull, kNull, "Café", kNull, kNull},
                   {"10001", "7", "TALB", "6", "-32768", "0", "0", kNull, kNull, "Album", kNull, kNull},
-                  {"10002", "1", "TIT2", "4", "0", "0", "0", kNull, kNull, "Sub", kNull, kNull},
+                  {"10002", "1", "TIT2", "19", "0", "3", "0", kNull, kNull, "Sub 日本語 🎵", kNull, kNull},
               }));
     EXPECT_EQ(catalogue.rows("SELECT FILE_ID, VERSION, SIZE_, COUNT_, FLAGS FROM APE ORDER BY FILE_ID"),
               (std::vector<Row>{{"10001", "2000", std::to_string(a1Ape.size() - 32), "3", "-2147483648"},
@@ -244,7 +244,7 @@ TEST(StoringRefused, DriversThatCannotBeUsedStopBeforeTheWalk)
         {"DRIVER=ZELSQLite3;DATABASE=" + dir / "garbage.sqlite3", "SQLException: ZELSQLite3: cannot connect: file is not a database"},
         {"DRIVER=ZELSQLite3", "no DATABASE= file named"},
         {"DRIVER=ZELFirebird;USER=a;PASSWORD=b;SERVER=localhost/3050;DATABASE=x.fdb", "SQL driver [ZELFirebird] is not installed"},
-        {"DRIVER=ZELMariaDB; USER=a;PASSWORD=b;SERVER=localhost;PORT=3306;DATABASE=m", "SQL driver [ZELMariaDB] is not installed"},
+        {"DRIVER=ZELMariaDB; USER=a;PASSWORD=b;SERVER=localhost;PORT=3306", "SQLException: ZELMariaDB: cannot connect: no DATABASE= named"},
         {"DRIVER={ODBC Driver 18 for SQL Server};Server=localhost,1433;Database=m", "SQL driver [ZELODBC] is not installed"},
         {"DRIVER=ZELOracle;  USER=a;PASSWORD=b;DATABASE=host:1521/music", "SQL driver [ZELOracle] has no module in this build: a module would need Oracle's client library"},
         {"DRIVER=ZELInformix;USER=a;PASSWORD=b;SERVER=ids;DATABASE=music", "SQL driver [ZELInformix] has no module in this build: a module would need IBM's Informix"},

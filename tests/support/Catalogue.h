@@ -42,6 +42,9 @@ struct Engine {
 inline const std::vector<Engine>& engines()
 {
     const std::string psql = "PGPASSWORD='{PASSWORD}' psql -X -q -v ON_ERROR_STOP=1 -h {SERVER} -p {PORT} -U {USER} -d ";
+    std::string rows = "0"; // in all seven tables
+    for (const char* table : {"STOR_DIR", "STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"}) rows += std::string(" + (SELECT COUNT(*) FROM ") + table + ")";
+    const std::string mariadb = "mariadb --no-defaults --protocol=TCP -h {SERVER} -P {PORT} -u {USER} --password='{PASSWORD}' --default-character-set=utf8mb4 ";
     static const std::vector<Engine> all = {
         {"SQLite", "ZELSQLite3", nullptr, "sqlite3 '{db}' < {schema}sqlite3.sql", "rm -f '{db}'*", "DRIVER=ZELSQLite3;DATABASE={db}",
          "nullif(hex({1}), '')", "{1}",
@@ -59,6 +62,20 @@ inline const std::vector<Engine>& engines()
           {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
            "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}},
          psql + "{db} -tAc \"SELECT COUNT(*) FROM pg_stat_activity WHERE datname = '{db}' AND application_name = 'sonarcat' AND backend_xid IS NOT NULL\""},
+        {"MariaDB", "ZELMariaDB", "SONARCAT_TEST_MARIADB", mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
+         mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", "DRIVER=ZELMariaDB;{settings};DATABASE={db}", "NULLIF(HEX({1}), '')",
+         "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)",
+         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN "
+          "SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'frame rejected'; END IF"},
+         {{"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "Access denied for user '{USER}'"},
+          {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
+          {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
+           "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
+          {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
+          {"DRIVER=ZELMariaDB;USER={USER};SERVER={SERVER};PORT=3306x;DATABASE={db}", "not a port number: [3306x]"}},
+         // Rows not yet committed, seen by a dirty read (INNODB_TRX is a cache refreshed every 0.1 s: too slow to tell).
+         mariadb + "{db} -NBe 'SET SESSION TRANSACTION ISOLATION LEVEL READ UNCOMMITTED; SELECT " + rows + " INTO @dirty; "
+                   "SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED; SELECT @dirty - (" + rows + ")'"},
     };
     return all;
 }
