@@ -322,6 +322,7 @@ public:
         if (succeeded) return true;
         const unsigned code = stmt ? mysql_stmt_errno(stmt) : mysql_errno(db_);
         error.message = withoutLineEnd(stmt ? mysql_stmt_error(stmt) : mysql_error(db_));
+        error.conflict = code == ER_DUP_ENTRY || code == ER_LOCK_DEADLOCK || code == ER_LOCK_WAIT_TIMEOUT; // another run's doing
         if (linkLost(code)) linked_ = false;
         return false;
     }
