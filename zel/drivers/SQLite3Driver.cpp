@@ -5,7 +5,7 @@
 // DATABASE names the file, which must exist (the program creates no tables).
 // SQLCipher also takes KEY, the passphrase the file was encrypted with (or a
 // raw key written x'<64 hex digits>'). The key is given to the library right
-// after the file is opened, before anything reads or writes it.
+// after the file is opened, before any page of it is read or written.
 // The database runs with a write-ahead log and normal synchronisation: a
 // committed transaction survives a crash of the program; a power loss can
 // cost the last transactions committed before it, never the file's integrity.
