@@ -44,7 +44,7 @@ protected:
             {"TALB", textBody("Album"), 0x8000},
         };
         a1Tag = id3v2(3, frames, 32);
-        a1Ape = ape(2000, {{"Title", "Song"}, {"Cover", std::string("\x01\x02", 2), 2}, {"Link", "http://x", 4}}, true);
+        a1Ape = ape(2000, {{"Title", song}, {"Cover", std::string("\x01\x02", 2), 2}, {"Link", "http://x", 4}}, true);
         s1Tag = id3v2(4, {{"TIT2", textBody("Sub 日本語 🎵", 3)}}, 0, 0x80); // three- and four-byte UTF-8
         s1Ape = ape(1000, {{"Title", "Ape1"}}, false);
         write("a1.mp3", a1Tag + audio + a1Ape + id3v1("Alpha", "", "", "", "", 7, 255));
@@ -71,7 +71,7 @@ protected:
     std::string database;
     TempDir dir;
     Tree tree{dir / "A"};
-    const std::string top = tree.root(), injection = "'); DROP TABLE STOR_FILE; --";
+    const std::string top = tree.root(), injection = "'); DROP TABLE STOR_FILE; --", song = "Song 🎵 日本語";
     std::string picture, pictureHex, a1Tag, a1Ape, s1Tag, s1Ape;
     std::map<std::string, size_t> sizes;
 };
@@ -127,7 +127,7 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
               (std::vector<Row>{{"10001", "2000", std::to_string(a1Ape.size() - 32), "3", "-2147483648"},
                                 {"10002", "1000", std::to_string(s1Ape.size()), "1", "0"}}));
     EXPECT_EQ(catalogue.rows("SELECT FILE_ID, NO_, SIZE_, FLAGS, KEY_, VALUE_ FROM APE_ITEM ORDER BY FILE_ID, NO_"),
-              (std::vector<Row>{{"10001", "1", "4", "0", "Title", "Song"},
+              (std::vector<Row>{{"10001", "1", std::to_string(song.size()), "0", "Title", song},
                                 {"10001", "2", "2", "2", "Cover", ".."},
                                 {"10001", "3", "8", "4", "Link", kNull},
                                 {"10002", "1", "4", "0", "Title", "Ape1"}}));
@@ -217,11 +217,11 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
     }
 }
 
-void expectNoWalk(const std::string& database, const std::string& message)
+void expectNoWalk(const std::string& database, const std::string& message, const Launch& launch = {})
 {
     TempDir dir;
     writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
-    auto r = sonarcat({"--database=" + database, dir.path()});
+    auto r = sonarcat({"--database=" + database, dir.path()}, launch);
     SCOPED_TRACE(database);
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out.find("FILE["), std::string::npos) << r.out;
@@ -251,6 +251,11 @@ TEST(StoringRefused, DriversThatCannotBeUsedStopBeforeTheWalk)
         {"DRIVER=../../tmp/x", "Invalid SQL driver name [../../tmp/x]"},
     };
     for (const auto& [database, message] : cases) expectNoWalk(database, message);
+    // A libsqlite3 loaded ahead of the modules answers for libsqlcipher's names
+    // (the key call would reach a library that did not open the file).
+    Launch preloaded;
+    preloaded.env.insert(preloaded.env.end(), {"LD_PRELOAD=libsqlite3.so.0", "ASAN_OPTIONS=verify_asan_link_order=0"});
+    expectNoWalk("DRIVER=ZELSQLCipher;KEY=k;DATABASE=" + dir / "garbage.sqlite3", "ZELSQLCipher: cannot connect: the SQLite library in use cannot encrypt", preloaded);
 }
 
 TEST(StoringRefused, NoDriverKeyMeansNoDatabase)

@@ -1,9 +1,17 @@
-// The SQLite driver module (libZELSQLite3.so), over libsqlite3.
+// The SQLite driver module (libZELSQLite3.so, over libsqlite3) and, built from
+// this same source with ZEL_SQLCIPHER defined, the SQLCipher driver module
+// (libZELSQLCipher.so, over libsqlcipher: SQLite with every page encrypted).
 //
 // DATABASE names the file, which must exist (the program creates no tables).
+// SQLCipher also takes KEY, the passphrase the file was encrypted with (or a
+// raw key written x'<64 hex digits>'). The key is given to the library right
+// after the file is opened, before any page of it is read or written.
 // The database runs with a write-ahead log and normal synchronisation: a
 // committed transaction survives a crash of the program; a power loss can
 // cost the last transactions committed before it, never the file's integrity.
+#ifdef ZEL_SQLCIPHER
+#define SQLITE_HAS_CODEC 1 // declares sqlite3_key()
+#endif
 #include <sqlite3.h>
 
 #include "zel/SQLDriver.h"
@@ -133,17 +141,33 @@ public:
             error.message = "no DATABASE= file named in the connection string";
             return false;
         }
+#ifdef ZEL_SQLCIPHER
+        // Without a key the library would read and write the file unencrypted.
+        const std::string* key = request.setting("KEY");
+        if (!key || key->empty()) {
+            error.message = "no KEY= in the connection string: the catalogue is encrypted with it";
+            return false;
+        }
+#endif
         // The file must exist: the program never creates tables.
         if (sqlite3_open_v2(file->c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
             return close((db_ ? sqlite3_errmsg(db_) : "out of memory") + std::string(" [") + *file + "]", error);
+#ifdef ZEL_SQLCIPHER
+        if (!unlock(*key, error)) return close(error.message, error);
+#endif
         sqlite3_busy_timeout(db_, kBusyTimeoutMilliseconds);
+        // A file that is not a database (or, encrypted, one the key does not
+        // open) fails on its first read: find out before anything is written.
+        if (!run("SELECT count(*) FROM sqlite_master", error)) return close(unreadable(error.message) + " [" + *file + "]", error);
         if (!run(kSetUp, error)) return close(error.message, error);
-        // A file that is not a database fails on its first read: find out now.
-        if (!run("SELECT count(*) FROM sqlite_master", error)) return close(error.message + " [" + *file + "]", error);
         return true;
     }
 
+#ifdef ZEL_SQLCIPHER
+    std::string serverInfo() override { return "SQLCipher " + cipherVersion_ + " (SQLite " + sqlite3_libversion() + ")"; }
+#else
     std::string serverInfo() override { return std::string("SQLite ") + sqlite3_libversion(); }
+#endif
     bool connected() override { return db_ != nullptr; }
     // IMMEDIATE: the write lock is taken (or waited for) at once, so that the
     // ids read inside are not stale by the time the rows go in.
@@ -165,8 +189,14 @@ public:
             return nullptr;
         }
         sqlite3_stmt* stmt = nullptr;
+#if SQLITE_VERSION_NUMBER >= 3020000
         // Persistent: the layer keeps the statement for the next file.
-        if (sqlite3_prepare_v3(db_, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &stmt, nullptr) != SQLITE_OK) {
+        const int rc = sqlite3_prepare_v3(db_, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &stmt, nullptr);
+#else
+        // SQLCipher 3.4 is SQLite 3.15, before the persistence hint.
+        const int rc = sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &stmt, nullptr);
+#endif
+        if (rc != SQLITE_OK) {
             error.message = sqlite3_errmsg(db_);
             return nullptr;
         }
@@ -188,6 +218,45 @@ private:
         return false;
     }
 
+#ifdef ZEL_SQLCIPHER
+    // libsqlcipher exports the names of libsqlite3. Should a libsqlite3 loaded
+    // into the program's global scope stand in for it, the file would be
+    // written unencrypted and the key handed to a library that did not open
+    // it: only libsqlcipher knows PRAGMA cipher_version, and it is asked
+    // before the key is set.
+    bool unlock(const std::string& key, DriverError& error)
+    {
+        cipherVersion_ = firstValue("PRAGMA cipher_version");
+        if (cipherVersion_.empty()) {
+            error.message = std::string("the SQLite library in use cannot encrypt (SQLite ") + sqlite3_libversion() + " stands in for libsqlcipher)";
+            return false;
+        }
+        if (sqlite3_key(db_, key.data(), static_cast<int>(key.size())) == SQLITE_OK) return true;
+        error.message = sqlite3_errmsg(db_);
+        return false;
+    }
+
+    // The first column of the first row of a statement; empty when it has none.
+    std::string firstValue(const char* sql)
+    {
+        std::string value;
+        sqlite3_stmt* stmt = nullptr;
+        if (sqlite3_prepare_v2(db_, sql, -1, &stmt, nullptr) == SQLITE_OK && stmt && sqlite3_step(stmt) == SQLITE_ROW && sqlite3_column_text(stmt, 0))
+            value = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
+        sqlite3_finalize(stmt);
+        return value;
+    }
+
+    // A wrong key and a plain SQLite file look alike: neither decrypts.
+    std::string unreadable(const std::string& message)
+    {
+        if (sqlite3_errcode(db_) != SQLITE_NOTADB) return message;
+        return "wrong key or not an encrypted catalogue (" + message + ")";
+    }
+#else
+    std::string unreadable(const std::string& message) { return message; }
+#endif
+
     // Gives up a connection that could not be opened.
     bool close(const std::string& why, DriverError& error)
     {
@@ -198,6 +267,9 @@ private:
     }
 
     sqlite3* db_ = nullptr;
+#ifdef ZEL_SQLCIPHER
+    std::string cipherVersion_; // as the library reports it: "3.4.1"
+#endif
 };
 
 } // namespace
