@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <filesystem>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
@@ -104,7 +105,10 @@ public:
     {
         for (const Engine& e : engines()) engine_ = e.name == engine ? &e : engine_;
         if (engine_->variable && settings_.empty() && std::getenv(engine_->variable)) settings_ = std::getenv(engine_->variable);
-        if (engine_->variable && settings_.empty()) return;
+        const std::string module = "libZEL" + engine_->driver.substr(3) + ".so"; // built when its client library is there
+        if (!std::filesystem::exists(std::filesystem::path(SONARCAT_BINARY).parent_path() / module)) missing_ = "no " + module + " in this build";
+        else if (engine_->variable && settings_.empty()) missing_ = "no " + engine_->name + " server: set " + engine_->variable + " (.ci/run does)";
+        if (!missing_.empty()) return;
         static std::atomic<int> serial{0};
         db_ = engine_->variable ? "sonarcat_test_" + std::to_string(::getpid()) + "_" + std::to_string(serial++) : dir_ / "music.db";
         const Result r = run({"/bin/sh", "-c", fill(engine_->create)}, {environment("C.UTF-8")}, 120);
@@ -118,9 +122,9 @@ public:
     Catalogue(const Catalogue&) = delete;
     Catalogue& operator=(const Catalogue&) = delete;
 
-    // The --database value; empty when the engine's server is not reachable here.
+    // The --database value; empty when the engine's module was not built or its server is not reachable here (see unreachable()).
     const std::string& database() const { return database_; }
-    std::string unreachable() const { return "no " + engine_->name + " server: set " + engine_->variable + " (.ci/run does)"; }
+    const std::string& unreachable() const { return missing_; }
     const Engine& engine() const { return *engine_; }
     const std::string& file() const { return db_; }
     std::string fill(const std::string& text, const std::string& one = "") const
@@ -158,7 +162,7 @@ public:
 
 private:
     const Engine* engine_ = nullptr;
-    std::string settings_, db_, database_;
+    std::string settings_, db_, database_, missing_;
     TempDir dir_;
 };
 
