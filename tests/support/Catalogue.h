@@ -44,7 +44,7 @@ inline const std::vector<Engine>& engines()
     const std::string psql = "PGPASSWORD='{PASSWORD}' psql -X -q -v ON_ERROR_STOP=1 -h {SERVER} -p {PORT} -U {USER} -d ";
     static const std::vector<Engine> all = {
         {"SQLite", "ZELSQLite3", nullptr, "sqlite3 '{db}' < {schema}sqlite3.sql", "rm -f '{db}'*", "DRIVER=ZELSQLite3;DATABASE={db}",
-         "nullif(hex({1}), '')", "{1}",
+         "CASE typeof({1}) WHEN 'blob' THEN nullif(hex({1}), '') END", "{1}", // bytes bound as text would read NULL
          {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"},
          {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}},
          "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"}, // a second writer is refused
