@@ -204,7 +204,7 @@ public:
 private:
     // What the server described for a parameter; binding changes the XSQLVAR.
     struct Described {
-        short type, subtype, scale, length;
+        short type, subtype, scale;
     };
 
     bool describe(bool input, Sqlda& da, DriverError& error);
@@ -251,31 +251,39 @@ public:
     std::string serverInfo() override;
     bool connected() override { return database_ && !lost_; }
 
+    // The server's transaction starts with the first statement: a server that
+    // went away between two files fails that file, whose rollback then tells.
     bool begin(DriverError& error) override
     {
         if (!connected()) return notConnected(error);
-        if (transaction_) return refuse("a transaction is open already", error);
-        return start(transaction_, error);
+        if (begun_) return refuse("a transaction is open already", error);
+        begun_ = true;
+        return true;
     }
 
     bool commit(DriverError& error) override
     {
-        if (!transaction_) return refuse("no transaction to commit", error);
+        if (!begun_) return refuse("no transaction to commit", error);
         ISC_STATUS_ARRAY status;
         // A commit that fails leaves the transaction open: the program rolls it back.
-        return isc_commit_transaction(status, &transaction_) == 0 || failed(status, error);
+        if (transaction_ && isc_commit_transaction(status, &transaction_) != 0) return failed(status, error);
+        begun_ = false;
+        return true;
     }
 
     bool rollback(DriverError& error) override
     {
-        if (!transaction_) return true;
+        begun_ = false;
         ISC_STATUS_ARRAY status;
-        if (isc_rollback_transaction(status, &transaction_) == 0) return true;
-        failed(status, error);
-        // The server rolls back the transaction of an attachment it lost, but
-        // nothing more can be stored here.
-        if (lost_) transaction_ = 0;
-        return false;
+        if (transaction_ && isc_rollback_transaction(status, &transaction_) != 0) {
+            failed(status, error);
+            if (!lost_) return false;
+        }
+        // The server rolls back the transaction of an attachment it lost (and
+        // the client library calls such a rollback done), but nothing more
+        // can be stored.
+        transaction_ = 0;
+        return !lost_ || refuse("no connection to the server", error);
     }
 
     std::string placeholder(size_t) override { return "?"; }
@@ -291,8 +299,14 @@ public:
     }
 
     isc_db_handle* database() { return &database_; }
-    // The transaction begin() opened; null outside one.
-    isc_tr_handle* transaction() { return transaction_ ? &transaction_ : nullptr; }
+
+    // The transaction a statement runs in: begin()'s, or else own, started
+    // now if it is not yet. Null when it cannot start.
+    isc_tr_handle* transactionFor(isc_tr_handle& own, DriverError& error)
+    {
+        isc_tr_handle& handle = begun_ ? transaction_ : own;
+        return handle || start(handle, error) ? &handle : nullptr;
+    }
 
     bool start(isc_tr_handle& transaction, DriverError& error)
     {
@@ -320,6 +334,7 @@ private:
 
     isc_db_handle database_ = 0;
     isc_tr_handle transaction_ = 0;
+    bool begun_ = false;
     bool lost_ = false;
 };
 
@@ -413,11 +428,10 @@ bool FbStatement::prepare(const std::string& sql, size_t parameters, DriverError
     ISC_STATUS_ARRAY status;
     if (isc_dsql_allocate_statement(status, owner_.database(), &handle_)) return owner_.failed(status, error);
     // The server prepares inside a transaction: begin()'s, or one for the moment.
-    isc_tr_handle* transaction = owner_.transaction();
     isc_tr_handle moment = 0;
-    if (!transaction && !owner_.start(moment, error)) return false;
-    bool ok = isc_dsql_prepare(status, transaction ? transaction : &moment, &handle_, 0, sql.c_str(), kDialect, nullptr) == 0 ||
-              owner_.failed(status, error);
+    isc_tr_handle* transaction = owner_.transactionFor(moment, error);
+    if (!transaction) return false;
+    bool ok = isc_dsql_prepare(status, transaction, &handle_, 0, sql.c_str(), kDialect, nullptr) == 0 || owner_.failed(status, error);
     if (moment) isc_rollback_transaction(status, &moment);
     ok = ok && statementType(error) && describe(true, input_, error) && describe(false, output_, error);
     if (ok && static_cast<size_t>(input_->sqld) != parameters) {
@@ -427,7 +441,7 @@ bool FbStatement::prepare(const std::string& sql, size_t parameters, DriverError
     if (!ok) return false;
     for (short i = 0; i < input_->sqld; ++i) {
         const XSQLVAR& var = input_->sqlvar[i];
-        described_.push_back({static_cast<short>(var.sqltype & ~1), var.sqlsubtype, var.sqlscale, var.sqllen});
+        described_.push_back({static_cast<short>(var.sqltype & ~1), var.sqlsubtype, var.sqlscale});
     }
     values_.resize(parameters);
     inputData_.resize(parameters);
@@ -489,11 +503,8 @@ bool FbStatement::execute(DriverError& error)
 {
     finish();
     if (!owner_.connected()) return FbConnection::notConnected(error);
-    isc_tr_handle* transaction = owner_.transaction();
-    if (!transaction) {
-        if (!owner_.start(own_, error)) return false;
-        transaction = &own_;
-    }
+    isc_tr_handle* transaction = owner_.transactionFor(own_, error);
+    if (!transaction) return false;
     running_ = *transaction;
     const bool query = type_ == isc_info_sql_stmt_select || type_ == isc_info_sql_stmt_select_for_upd;
     XSQLDA* input = input_->sqld ? input_.get() : nullptr;
