@@ -2,7 +2,7 @@
 // this source as the InterBase one (libZELInterBase.so): both talk to the
 // server through libfbclient's C interface (isc_* calls with XSQLDA).
 //
-// Keys: USER, PASSWORD, SERVER (a host, or host/port), PORT, DATABASE (the
+// Keys: USER, PASSWORD, SERVER (a host, or host/port), DATABASE (the
 // database file's path on the server, or an alias the server knows). The
 // driver attaches to SERVER ":" DATABASE; without SERVER, DATABASE is the
 // whole attach string ("host/port:/path"). It attaches with the UTF8
@@ -10,9 +10,10 @@
 // back to an engine inside this process opening the file itself.
 //
 // Transactions are read committed and wait up to kLockTimeoutSeconds for a
-// row that another one holds. A statement outside begin() runs in a
-// transaction of its own, committed as soon as the statement is done (a
-// query's: when its last row has been read, or at reset()).
+// row that another one holds; begin()'s starts on the server with its first
+// statement. A statement outside begin() runs in a transaction of its own,
+// committed as soon as the statement is done (a query's: when its last row
+// has been read, or at reset()).
 //
 // Parameters are bound by the type the server describes for them: text into
 // a text blob (as a string that the server turns into the blob, or through
@@ -28,7 +29,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <limits>
 #include <memory>
 
 #include "zel/SQLDriver.h"
@@ -374,10 +374,8 @@ bool FbConnection::open(const OpenRequest& request, DriverError& error)
 {
     const std::string* database = request.setting("DATABASE");
     if (!database || database->empty()) return refuse("no DATABASE= named in the connection string", error);
-    std::string server = request.setting("SERVER") ? *request.setting("SERVER") : "";
-    const std::string* port = request.setting("PORT");
-    if (!server.empty() && port && !port->empty() && server.find('/') == std::string::npos) server += "/" + *port;
-    const std::string target = server.empty() ? *database : server + ":" + *database;
+    const std::string* server = request.setting("SERVER");
+    const std::string target = server && !server->empty() ? *server + ":" + *database : *database;
 
     std::string block(1, isc_dpb_version1);
     bool fits = addItem(block, isc_dpb_lc_ctype, "UTF8") && addItem(block, isc_dpb_config, kProviders) &&
@@ -410,7 +408,8 @@ std::string FbConnection::serverInfo()
         p = data + length;
         if (length < 2 || p > answer + sizeof answer) break;
         const std::string first(data + 2, std::min<size_t>(static_cast<unsigned char>(data[1]), static_cast<size_t>(length - 2)));
-        (item == isc_info_firebird_version ? firebird : other) = first;
+        if (item == isc_info_firebird_version) firebird = first;
+        if (item == isc_info_version) other = first;
     }
     if (!firebird.empty()) return "Firebird " + versionOf(firebird);
     return std::string(kProduct) + " " + (other.empty() ? "?" : versionOf(other));
