@@ -40,12 +40,13 @@ struct Engine {
     std::string pending; // a shell command that prints a number above 0 while the program holds a transaction that wrote rows
 };
 
-// Firebird and InterBase: one server, the same texts, two drivers. Test
-// databases are made with forced writes off, which only a power loss tells.
-inline Engine firebirdEngine(const std::string& name, const std::string& driver)
+// Firebird and InterBase: one server, the same texts, two drivers; the server
+// named by SERVER or in DATABASE. Test databases are made with forced writes
+// off, which only a power loss tells.
+inline Engine firebirdEngine(const std::string& name, const std::string& driver, const std::string& where)
 {
     const std::string login = " -user '{USER}' -password '{PASSWORD}' ", isql = "isql-fb -q -bail" + login, database = "'{SERVER}:{FILES}/{db}.fdb'";
-    const std::string connection = "DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER={SERVER};DATABASE={FILES}/{db}.fdb";
+    const std::string connection = "DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};" + where;
     std::string hex;
     for (int at = 1; at <= 97; at += 16)
         hex += (at > 1 ? " || " : "") + std::string("UUID_TO_CHAR(CAST(SUBSTRING({1} FROM ") + std::to_string(at) + " FOR 16) AS CHAR(16) CHARACTER SET OCTETS))";
@@ -87,8 +88,8 @@ inline const std::vector<Engine>& engines()
           {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
            "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}},
          psql + "{db} -tAc \"SELECT COUNT(*) FROM pg_stat_activity WHERE datname = '{db}' AND application_name = 'sonarcat' AND backend_xid IS NOT NULL\""},
-        firebirdEngine("Firebird", "ZELFirebird"),
-        firebirdEngine("InterBase", "ZELInterBase"),
+        firebirdEngine("Firebird", "ZELFirebird", "SERVER={SERVER};DATABASE={FILES}/{db}.fdb"),
+        firebirdEngine("InterBase", "ZELInterBase", "DATABASE={SERVER}:{FILES}/{db}.fdb"),
     };
     return all;
 }
