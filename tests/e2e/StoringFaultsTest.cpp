@@ -1,4 +1,4 @@
-// Faults while storing: the PostgreSQL server stopped under a run, the program
+// Faults while storing: the database server stopped under a run, the program
 // killed in the middle of a file, an SQLite file that cannot grow, an output
 // that fails. After each,
 // every stored file holds all of its rows and no row lacks its file or
@@ -9,6 +9,8 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -174,30 +176,44 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
 INSTANTIATE_TEST_SUITE_P(Signals, ScaledKilled, ::testing::Combine(::testing::ValuesIn(engineNames()), ::testing::Values(SIGKILL, SIGINT)),
                          [](const auto& info) { return std::get<0>(info.param) + (std::get<1>(info.param) == SIGKILL ? "_SIGKILL" : "_SIGINT"); });
 
-// A PostgreSQL cluster of the test's own, which it may stop and start again.
+// A server of the test's own, which it may stop and start again: the .ci
+// script named after the engine's variable (SONARCAT_TEST_POSTGRES: .ci/postgres).
 struct OwnServer {
-    OwnServer() : started(control("start")), settings(started.status ? "" : started.out.substr(0, started.out.find('\n'))) {}
+    explicit OwnServer(const Engine& engine)
+        : script(SONARCAT_SOURCE_DIR "/.ci/" + lowerCase(std::string(engine.variable).substr(std::strlen("SONARCAT_TEST_")))),
+          started(control("start")), settings(started.status ? "" : started.out.substr(0, started.out.find('\n')))
+    {
+    }
     ~OwnServer() { control("stop"); }
     Result control(const std::string& action, const std::string& mode = "")
     {
         ::chmod(home.path().c_str(), 0755);
-        return run({"/bin/bash", SONARCAT_SOURCE_DIR "/.ci/postgres", action, home / "cluster", mode}, {environment("C.UTF-8")}, 120);
+        return run({"/bin/bash", script, action, home / "server", mode}, {environment("C.UTF-8")}, 120);
+    }
+    static std::string lowerCase(std::string s)
+    {
+        for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        return s;
     }
     TempDir home;
+    std::string script;
     Result started;
     std::string settings;
 };
 
+class ScaledServerStopped : public ::testing::TestWithParam<std::string> {};
+
 // The file in hand fails with the cause, its rollback cannot reach the server,
 // the walk stops there with the closing lines, and every file stored is whole.
 // A fast shutdown keeps every commit; an immediate one may lose the last, whole.
-TEST(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
+TEST_P(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
 {
-    if (!std::getenv("SONARCAT_TEST_POSTGRES")) GTEST_SKIP() << "no PostgreSQL server: set SONARCAT_TEST_POSTGRES (.ci/run does)";
+    const Engine& engine = *std::find_if(engines().begin(), engines().end(), [](const Engine& e) { return e.name == GetParam(); });
+    if (!std::getenv(engine.variable)) GTEST_SKIP() << "no " << engine.name << " server: set " << engine.variable << " (.ci/run does)";
     if (::geteuid() != 0) GTEST_SKIP() << "a server of the test's own runs as its own user: needs root";
-    OwnServer server;
+    OwnServer server(engine);
     ASSERT_FALSE(server.settings.empty()) << server.started.out << server.started.err;
-    Stage stage("PostgreSQL", server.settings);
+    Stage stage(engine.name, server.settings);
     const struct { const char* mode; bool inAFile; } faults[] = {{"fast", true}, {"immediate", false}};
     for (int round = 0; round < 2 * scale().rounds && !HasFailure(); ++round) {
         const auto [mode, inAFile] = faults[round % 2];
@@ -214,7 +230,8 @@ TEST(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
         ASSERT_NE(rollback, std::string::npos) << end.err;
         bool told = false;
         for (const char* cause : {"terminating connection due to", "server closed the connection unexpectedly", "could not send data to server",
-                                  "could not receive data from server"})
+                                  "could not receive data from server", "Error reading data from the connection",
+                                  "Error writing data to the connection", "shutdown"})
             told = told || end.err.rfind(cause, rollback) != std::string::npos;
         EXPECT_TRUE(told && end.err.find("SQLException: Cannot ") < rollback) << "the failure behind the rollback is not reported:\n" << end.err;
         EXPECT_EQ(occurrences(end.err, "SQLException"), 2u) << end.err;
@@ -228,6 +245,8 @@ TEST(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
     }
     expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
 }
+
+INSTANTIATE_TEST_SUITE_P(Engines, ScaledServerStopped, ::testing::Values("PostgreSQL", "Firebird"));
 
 // An SQLite file bounded in size: every file that does not fit fails on its
 // own with the cause, and the walk goes to the end. Long runs set the bound

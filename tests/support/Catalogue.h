@@ -2,7 +2,8 @@
 // the engine's own client and schema file as a user makes it, and its rows
 // read back through the program's SQL layer. Each engine is a row of
 // engines(): texts in which {db}, {schema}, {settings}, {SERVER}, {PORT},
-// {USER}, {PASSWORD} and {1} (a column, a frame id) are filled in.
+// {USER}, {PASSWORD}, {FILES} (where a server makes its database files) and
+// {1} (a column, a frame id) are filled in.
 #pragma once
 
 #include <atomic>
@@ -40,6 +41,34 @@ struct Engine {
     std::string pending; // a shell command that prints a number above 0 while the program holds a transaction that wrote rows
 };
 
+// Firebird and InterBase: one server, the same texts, two drivers; the server
+// named by SERVER or in DATABASE. Test databases are made with forced writes
+// off, which only a power loss tells.
+inline Engine firebirdEngine(const std::string& name, const std::string& driver, const std::string& where)
+{
+    const std::string login = " -user '{USER}' -password '{PASSWORD}' ", isql = "isql-fb -q -bail" + login, database = "'{SERVER}:{FILES}/{db}.fdb'";
+    const std::string connection = "DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};" + where;
+    std::string hex;
+    for (int at = 1; at <= 97; at += 16)
+        hex += (at > 1 ? " || " : "") + std::string("UUID_TO_CHAR(CAST(SUBSTRING({1} FROM ") + std::to_string(at) + " FOR 16) AS CHAR(16) CHARACTER SET OCTETS))";
+    return {name, driver, "SONARCAT_TEST_FIREBIRD",
+            "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& " + isql + "-ch UTF8 -i {schema}firebird.sql " +
+                database + " && gfix -write async" + login + database,
+            "[ ! -e '{FILES}/{db}.fdb' ] || echo 'DROP DATABASE;' | " + isql + database, connection,
+            "LEFT(REPLACE(" + hex + ", '-', ''), 2 * OCTET_LENGTH({1}))", "LEFT(CAST({1} AS VARCHAR(24)), 23)",
+            {"CREATE EXCEPTION FRAME_REJECTED 'frame rejected'",
+             "CREATE TRIGGER REJECT_FRAME FOR ID3V2_FRAME BEFORE INSERT AS BEGIN IF (NEW.FRAME_ID = '{1}') THEN EXCEPTION FRAME_REJECTED; END"},
+            {{"DRIVER=" + driver + ";USER={USER};PASSWORD=wrong;SERVER={SERVER};DATABASE={FILES}/{db}.fdb", "Your user name and password are not defined"},
+             {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER={SERVER};DATABASE={FILES}/{db}_missing.fdb",
+              "I/O error during \"open\" operation for file \"{FILES}/{db}_missing.fdb\""},
+             {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1/1;DATABASE={FILES}/{db}.fdb", // nothing listens on port 1
+              driver + ": cannot connect: Unable to complete network request to host \"127.0.0.1\""},
+             // Without a server the file is not opened from this process, though it could be.
+             {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};DATABASE={FILES}/{db}.fdb", "unavailable database [{FILES}/{db}.fdb]"}},
+            "printf '%s\\n' 'SET HEADING OFF;' 'SELECT COUNT(*) FROM MON$TRANSACTIONS t JOIN MON$RECORD_STATS r ON r.MON$STAT_ID = t.MON$STAT_ID "
+            "WHERE t.MON$ATTACHMENT_ID <> CURRENT_CONNECTION AND r.MON$RECORD_INSERTS > 0;' | isql-fb -q" + login + database};
+}
+
 inline const std::vector<Engine>& engines()
 {
     const std::string psql = "PGPASSWORD='{PASSWORD}' psql -X -q -v ON_ERROR_STOP=1 -h {SERVER} -p {PORT} -U {USER} -d ";
@@ -48,7 +77,7 @@ inline const std::vector<Engine>& engines()
     const std::string mariadb = "mariadb --no-defaults --protocol=TCP -h {SERVER} -P {PORT} -u {USER} --password='{PASSWORD}' --default-character-set=utf8mb4 ";
     static const std::vector<Engine> all = {
         {"SQLite", "ZELSQLite3", nullptr, "sqlite3 '{db}' < {schema}sqlite3.sql", "rm -f '{db}'*", "DRIVER=ZELSQLite3;DATABASE={db}",
-         "nullif(hex({1}), '')", "{1}",
+         "CASE typeof({1}) WHEN 'blob' THEN nullif(hex({1}), '') END", "{1}", // bytes bound as text would read NULL
          {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"},
          {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}},
          "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"}, // a second writer is refused
@@ -87,6 +116,8 @@ inline const std::vector<Engine>& engines()
          // Rows not yet committed, seen by a dirty read (INNODB_TRX is a cache refreshed every 0.1 s: too slow to tell).
          mariadb + "{db} -NBe 'SET SESSION TRANSACTION ISOLATION LEVEL READ UNCOMMITTED; SELECT " + rows + " INTO @dirty; "
                    "SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED; SELECT @dirty - (" + rows + ")'"},
+        firebirdEngine("Firebird", "ZELFirebird", "SERVER={SERVER};DATABASE={FILES}/{db}.fdb"),
+        firebirdEngine("InterBase", "ZELInterBase", "DATABASE={SERVER}:{FILES}/{db}.fdb"),
     };
     return all;
 }
@@ -132,7 +163,8 @@ public:
         std::string s = text;
         const std::pair<std::string, std::string> values[] = {{"{db}", db_}, {"{schema}", SONARCAT_SCHEMA_DIR "/"}, {"{settings}", settings_}, {"{1}", one},
                                                               {"{SERVER}", settingOf(settings_, "SERVER")}, {"{PORT}", settingOf(settings_, "PORT")},
-                                                              {"{USER}", settingOf(settings_, "USER")}, {"{PASSWORD}", settingOf(settings_, "PASSWORD")}};
+                                                              {"{USER}", settingOf(settings_, "USER")}, {"{PASSWORD}", settingOf(settings_, "PASSWORD")},
+                                                              {"{FILES}", settingOf(settings_, "FILES")}};
         for (const auto& [key, value] : values)
             for (size_t at; (at = s.find(key)) != std::string::npos;) s.replace(at, key.size(), value);
         return s;
