@@ -163,7 +163,7 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, ScaledKilled, ::testing::Combine(::testing::ValuesIn(engineNames()), ::testing::Values(SIGKILL, SIGINT)),
-                         [](const auto& info) { return std::get<0>(info.param) + (std::get<1>(info.param) == SIGKILL ? "_SIGKILL" : "_SIGINT"); });
+                         [](const auto& info) { return testName(std::get<0>(info.param)) + (std::get<1>(info.param) == SIGKILL ? "_SIGKILL" : "_SIGINT"); });
 
 // A PostgreSQL cluster of the test's own, which it may stop and start again.
 struct OwnServer {
