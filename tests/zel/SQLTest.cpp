@@ -75,7 +75,45 @@ TEST_P(SQLLayer, QueriesOfOneTextKeepTheirOwnRowsInsideATransaction)
     c.rollbackTrans();
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()));
+// The largest numbers of each kind the program binds come back exactly: an
+// unsigned 32-bit value is no -1 (SQLite's ODBC driver stores unsigned C
+// types so), a signed one keeps its sign, an unsigned 64-bit value in the
+// signed range keeps every digit.
+TEST_P(SQLLayer, NumbersAtTheEdgesOfTheirKindsComeBackExactly)
+{
+    SQLConnection c(fromNativePath(catalogue.engine().driver.c_str()));
+    c.open(fromNativePath(catalogue.database().c_str()));
+    c.startTrans();
+    SQLQuery q(&c);
+    q.prepare(kInsertDir);
+    q.params().byName(L"ID")->setValue(1);
+    q.params().byName(L"PATH")->setValue(String(L"/d/"), SQL::Text);
+    q.params().byName(L"TS")->setValue(DateTime(), SQL::TimestampWithoutZone);
+    q.execute();
+    q.prepare(L"INSERT INTO STOR_FILE (FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, FILE_ER, "
+              L"MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, MEDI_NF, READ_CO, CREA_TS, MODI_TS) VALUES (:ID, '', :INT, 0, 0, 1, '', :SIZE, :TS, :TS, :TS, '', "
+              L"'', :WIDTH, 0, 0, '', 0, :TS, :TS)");
+    const struct { long long id; int signed32; unsigned long long size; unsigned int width; } rows[] = {
+        {INT64_MAX, INT32_MIN, INT64_MAX, UINT32_MAX},
+        {1, INT32_MAX, 0, 0x80000000u},
+    };
+    for (const auto& row : rows) {
+        q.params().byName(L"ID")->setValue(row.id);
+        q.params().byName(L"INT")->setValue(row.signed32);
+        q.params().byName(L"SIZE")->setValue(row.size);
+        q.params().byName(L"WIDTH")->setValue(row.width);
+        q.params().byName(L"TS")->setValue(DateTime(), SQL::TimestampWithoutZone);
+        q.execute();
+    }
+    q.execute(L"SELECT FILE_ID, USER_ID, FILE_SZ, MEDI_WI FROM STOR_FILE ORDER BY FILE_ID");
+    std::vector<std::vector<std::wstring>> got;
+    while (q.fetch()) got.push_back({q.fields()[0].asString().str(), q.fields()[1].asString().str(), q.fields()[2].asString().str(), q.fields()[3].asString().str()});
+    EXPECT_EQ(got, (std::vector<std::vector<std::wstring>>{{L"1", L"2147483647", L"0", L"2147483648"},
+                                                           {L"9223372036854775807", L"-2147483648", L"9223372036854775807", L"4294967295"}}));
+    c.rollbackTrans();
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()), [](const auto& info) { return testName(info.param); });
 
 TEST(SQLParams, MisuseFailsNamingTheParameterAndTheStatement)
 {
