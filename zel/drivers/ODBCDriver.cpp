@@ -27,9 +27,7 @@ namespace {
 using namespace ZELd::sqldriver;
 
 constexpr SQLUINTEGER kLoginTimeoutSeconds = 10;
-constexpr size_t kPieceUnits = 8192;           // SQLGetData reads long values in pieces of this many units
-constexpr SQLULEN kLongTextCharacters = 4000;  // above this, text is bound as long text
-constexpr SQLULEN kLongBinaryBytes = 8000;     // and bytes as long binary data
+constexpr size_t kPieceUnits = 8192; // SQLGetData reads values in pieces of this many units (bytes, or UTF-16 units)
 
 using WideText = std::vector<SQLWCHAR>;
 
@@ -166,15 +164,13 @@ void Parameter::set(const Value& v)
         break;
     case Value::Text:
         text = wide(v.bytes);
-        cType = SQL_C_WCHAR, size = std::max<SQLULEN>(text.size(), 1);
-        sqlType = size > kLongTextCharacters ? SQL_WLONGVARCHAR : SQL_WVARCHAR;
+        cType = SQL_C_WCHAR, sqlType = SQL_WVARCHAR, size = std::max<SQLULEN>(text.size(), 1);
         indicator = static_cast<SQLLEN>(text.size() * sizeof(SQLWCHAR));
         text.push_back(0);
         break;
     case Value::Bytes:
         bytes = v.bytes;
-        cType = SQL_C_BINARY, size = std::max<SQLULEN>(bytes.size(), 1);
-        sqlType = size > kLongBinaryBytes ? SQL_LONGVARBINARY : SQL_VARBINARY;
+        cType = SQL_C_BINARY, sqlType = SQL_VARBINARY, size = std::max<SQLULEN>(bytes.size(), 1);
         indicator = static_cast<SQLLEN>(bytes.size());
         break;
     case Value::Time:
@@ -228,6 +224,29 @@ ColumnKind kindOf(SQLSMALLINT sqlType)
     }
 }
 
+// An integer column arrives as its digits: unsigned 64-bit values and
+// SQLite's dynamically typed columns (text in an INTEGER column) come through
+// whole. Digits become Int, or UInt beyond the signed range; anything else
+// stays text.
+void asNumber(Value& v)
+{
+    const std::string& text = v.bytes;
+    if (text.empty() || text.size() > 20) return;
+    char* end = nullptr;
+    errno = 0;
+    const long long i = std::strtoll(text.c_str(), &end, 10);
+    if (*end == '\0' && errno == 0) {
+        v.kind = Value::Int, v.i = i;
+        v.bytes.clear();
+        return;
+    }
+    errno = 0;
+    const unsigned long long u = std::strtoull(text.c_str(), &end, 10);
+    if (text[0] == '-' || *end != '\0' || errno != 0) return;
+    v.kind = Value::UInt, v.u = u;
+    v.bytes.clear();
+}
+
 class OdbcConnection;
 
 class OdbcStatement : public Statement {
@@ -246,7 +265,6 @@ private:
     bool fail(DriverError& error);
     bool describeColumns(DriverError& error);
     bool readColumn(SQLUSMALLINT column, Value& v, DriverError& error);
-    bool readInteger(SQLUSMALLINT column, Value& v, DriverError& error);
     bool readPieces(SQLUSMALLINT column, bool binary, Value& v, DriverError& error);
     void closeCursor();
 
@@ -255,6 +273,7 @@ private:
     std::vector<Parameter> parameters_;
     bool returnsRows_;
     std::vector<ColumnKind> columns_; // described at the first fetch
+    std::vector<SQLWCHAR> piece_ = std::vector<SQLWCHAR>(kPieceUnits);
     bool cursorOpen_ = false;
     bool done_ = false;
 };
@@ -503,38 +522,9 @@ bool OdbcStatement::fetch(std::vector<Value>& row, DriverError& error)
 
 bool OdbcStatement::readColumn(SQLUSMALLINT column, Value& v, DriverError& error)
 {
-    switch (columns_[column - 1]) {
-    case ColumnKind::Integer: return readInteger(column, v, error);
-    case ColumnKind::Binary: return readPieces(column, true, v, error);
-    default: return readPieces(column, false, v, error);
-    }
-}
-
-// An integer column, read as its digits: unsigned 64-bit values and SQLite's
-// dynamically typed columns (text in an INTEGER column) come through whole.
-bool OdbcStatement::readInteger(SQLUSMALLINT column, Value& v, DriverError& error)
-{
-    char digits[72];
-    SQLLEN indicator = 0;
-    const SQLRETURN rc = SQLGetData(stmt_, column, SQL_C_CHAR, digits, sizeof digits, &indicator);
-    if (!SQL_SUCCEEDED(rc)) return fail(error);
-    if (indicator == SQL_NULL_DATA) return true;
-    if (rc == SQL_SUCCESS_WITH_INFO) return readPieces(column, false, v, error); // longer than any number: the rest as text
-    const std::string text(digits, static_cast<size_t>(std::clamp<SQLLEN>(indicator, 0, sizeof digits - 1)));
-    char* end = nullptr;
-    errno = 0;
-    const long long i = std::strtoll(text.c_str(), &end, 10);
-    if (!text.empty() && *end == '\0' && errno == 0) {
-        v.kind = Value::Int, v.i = i;
-        return true;
-    }
-    errno = 0;
-    const unsigned long long u = std::strtoull(text.c_str(), &end, 10);
-    if (!text.empty() && text[0] != '-' && *end == '\0' && errno == 0) {
-        v.kind = Value::UInt, v.u = u;
-        return true;
-    }
-    v.kind = Value::Text, v.bytes = text;
+    const ColumnKind kind = columns_[column - 1];
+    if (!readPieces(column, kind == ColumnKind::Binary, v, error)) return false;
+    if (kind == ColumnKind::Integer && v.kind == Value::Text) asNumber(v);
     return true;
 }
 
@@ -543,18 +533,17 @@ bool OdbcStatement::readPieces(SQLUSMALLINT column, bool binary, Value& v, Drive
 {
     const SQLSMALLINT cType = binary ? SQL_C_BINARY : SQL_C_WCHAR;
     const size_t unit = binary ? 1 : sizeof(SQLWCHAR), room = binary ? kPieceUnits : kPieceUnits - 1; // text pieces end in a zero
-    std::vector<SQLWCHAR> piece(kPieceUnits);
     std::string bytes;
     WideText text;
     for (;;) {
         SQLLEN indicator = 0;
-        const SQLRETURN rc = SQLGetData(stmt_, column, cType, piece.data(), static_cast<SQLLEN>(kPieceUnits * unit), &indicator);
+        const SQLRETURN rc = SQLGetData(stmt_, column, cType, piece_.data(), static_cast<SQLLEN>(kPieceUnits * unit), &indicator);
         if (rc == SQL_NO_DATA) break;
         if (!SQL_SUCCEEDED(rc)) return fail(error);
         if (indicator == SQL_NULL_DATA) return true;
         const size_t got = indicator == SQL_NO_TOTAL || static_cast<size_t>(indicator) / unit > room ? room : static_cast<size_t>(indicator) / unit;
-        if (binary) bytes.append(reinterpret_cast<const char*>(piece.data()), got);
-        else text.insert(text.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(got));
+        if (binary) bytes.append(reinterpret_cast<const char*>(piece_.data()), got);
+        else text.insert(text.end(), piece_.begin(), piece_.begin() + static_cast<std::ptrdiff_t>(got));
         if (rc == SQL_SUCCESS || got < room) break;
     }
     v.kind = binary ? Value::Bytes : Value::Text;
