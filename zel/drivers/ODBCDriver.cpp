@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,11 +34,11 @@ using WideText = std::vector<SQLWCHAR>;
 
 // ---- text ---------------------------------------------------------------------
 
-// UTF-8 to UTF-16; a malformed sequence becomes U+FFFD.
-WideText wide(const std::string& utf8)
+// UTF-8 to UTF-16 in out, ending in a zero; a malformed sequence becomes
+// U+FFFD. out keeps its storage when it is large enough.
+void toWide(const std::string& utf8, WideText& out)
 {
-    WideText out;
-    out.reserve(utf8.size() + 1);
+    out.clear();
     for (size_t i = 0; i < utf8.size();) {
         const auto lead = static_cast<unsigned char>(utf8[i]);
         const size_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 0;
@@ -61,6 +62,13 @@ WideText wide(const std::string& utf8)
         }
         i += length;
     }
+    out.push_back(0);
+}
+
+WideText wide(const std::string& utf8)
+{
+    WideText out;
+    toWide(utf8, out);
     return out;
 }
 
@@ -129,11 +137,23 @@ Diagnosis diagnose(SQLSMALLINT type, SQLHANDLE handle)
 
 // ---- statements ---------------------------------------------------------------
 
-// One parameter as SQLBindParameter takes it; its buffers live in the
-// statement until the next execute.
-struct Parameter {
+// How a parameter is bound: SQLBindParameter is called again only when this changes.
+struct Binding {
     SQLSMALLINT cType = SQL_C_CHAR, sqlType = SQL_VARCHAR, digits = 0;
     SQLULEN size = 1;
+    SQLPOINTER buffer = nullptr;
+    SQLLEN bufferLength = 0;
+    bool operator==(const Binding&) const = default;
+};
+
+// One parameter. The driver reads its buffers at SQLExecute; they keep their
+// place from one value to the next while they are large enough, and a text's
+// or bytes' column size is their room, so that a new value seldom needs a new
+// binding (the driver manager's SQLBindParameter costs as much as the rest of
+// an insert's work in the program).
+struct Parameter {
+    Binding binding;
+    std::optional<Binding> bound;
     SQLLEN indicator = SQL_NULL_DATA;
     SQLBIGINT number = 0;
     WideText text;
@@ -141,69 +161,49 @@ struct Parameter {
     SQL_TIMESTAMP_STRUCT time{};
 
     void set(const Value& v);
-    SQLPOINTER buffer();
-    SQLLEN bufferLength() const;
+    void setNumber(const Value& v);
 };
 
 void Parameter::set(const Value& v)
 {
-    digits = 0;
     switch (v.kind) {
     case Value::Int:
-    case Value::UInt:
-        if (v.kind == Value::Int || v.u <= static_cast<uint64_t>(INT64_MAX)) {
-            // Signed also for unsigned values: some drivers (SQLite's) store SQL_C_UBIGINT 2^64-1 as -1.
-            cType = SQL_C_SBIGINT, sqlType = SQL_BIGINT, size = 19;
-            number = v.kind == Value::Int ? v.i : static_cast<SQLBIGINT>(v.u);
-            indicator = 0;
-        } else {
-            cType = SQL_C_CHAR, sqlType = SQL_DECIMAL, size = 20;
-            bytes = std::to_string(v.u);
-            indicator = static_cast<SQLLEN>(bytes.size());
-        }
-        break;
+    case Value::UInt: setNumber(v); break;
     case Value::Text:
-        text = wide(v.bytes);
-        cType = SQL_C_WCHAR, sqlType = SQL_WVARCHAR, size = std::max<SQLULEN>(text.size(), 1);
-        indicator = static_cast<SQLLEN>(text.size() * sizeof(SQLWCHAR));
-        text.push_back(0);
+        toWide(v.bytes, text);
+        binding = {SQL_C_WCHAR, SQL_WVARCHAR, 0, std::max<SQLULEN>(text.capacity() - 1, 1), text.data(),
+                   static_cast<SQLLEN>(text.capacity() * sizeof(SQLWCHAR))};
+        indicator = static_cast<SQLLEN>((text.size() - 1) * sizeof(SQLWCHAR));
         break;
     case Value::Bytes:
         bytes = v.bytes;
-        cType = SQL_C_BINARY, sqlType = SQL_VARBINARY, size = std::max<SQLULEN>(bytes.size(), 1);
+        binding = {SQL_C_BINARY, SQL_VARBINARY, 0, bytes.capacity(), bytes.data(), static_cast<SQLLEN>(bytes.capacity())};
         indicator = static_cast<SQLLEN>(bytes.size());
         break;
     case Value::Time:
         time = {SQLSMALLINT(v.time.year),   SQLUSMALLINT(v.time.month),  SQLUSMALLINT(v.time.day),
                 SQLUSMALLINT(v.time.hour),  SQLUSMALLINT(v.time.minute), SQLUSMALLINT(v.time.second),
                 SQLUINTEGER(v.time.millisecond) * 1000000u}; // the fraction is in nanoseconds
-        cType = SQL_C_TYPE_TIMESTAMP, sqlType = SQL_TYPE_TIMESTAMP, size = 23, digits = 3;
+        binding = {SQL_C_TYPE_TIMESTAMP, SQL_TYPE_TIMESTAMP, 3, 23, &time, sizeof time};
         indicator = sizeof time;
         break;
-    default:
-        cType = SQL_C_CHAR, sqlType = SQL_VARCHAR, size = 1;
+    default: // NULL keeps the last binding: a column's type, when it had a value before
         indicator = SQL_NULL_DATA;
         break;
     }
 }
 
-SQLPOINTER Parameter::buffer()
+void Parameter::setNumber(const Value& v)
 {
-    switch (cType) {
-    case SQL_C_SBIGINT: return &number;
-    case SQL_C_WCHAR: return text.data();
-    case SQL_C_TYPE_TIMESTAMP: return &time;
-    default: return bytes.data();
-    }
-}
-
-SQLLEN Parameter::bufferLength() const
-{
-    switch (cType) {
-    case SQL_C_SBIGINT: return sizeof number;
-    case SQL_C_WCHAR: return static_cast<SQLLEN>(text.size() * sizeof(SQLWCHAR));
-    case SQL_C_TYPE_TIMESTAMP: return sizeof time;
-    default: return static_cast<SQLLEN>(bytes.size());
+    if (v.kind == Value::Int || v.u <= static_cast<uint64_t>(INT64_MAX)) {
+        // Signed also for unsigned values: some drivers (SQLite's) store SQL_C_UBIGINT 2^64-1 as -1.
+        number = v.kind == Value::Int ? v.i : static_cast<SQLBIGINT>(v.u);
+        binding = {SQL_C_SBIGINT, SQL_BIGINT, 0, 19, &number, sizeof number};
+        indicator = 0;
+    } else {
+        bytes = std::to_string(v.u);
+        binding = {SQL_C_CHAR, SQL_DECIMAL, 0, 20, bytes.data(), static_cast<SQLLEN>(bytes.capacity())};
+        indicator = static_cast<SQLLEN>(bytes.size());
     }
 }
 
@@ -337,7 +337,6 @@ bool OdbcConnection::open(const OpenRequest& request, DriverError& error)
     // A driver that has no login timeout refuses it; the connection is made all the same.
     SQLSetConnectAttr(dbc_, SQL_ATTR_LOGIN_TIMEOUT, reinterpret_cast<SQLPOINTER>(static_cast<uintptr_t>(kLoginTimeoutSeconds)), 0);
     WideText connection = wide(request.connectionString);
-    connection.push_back(0);
     SQLWCHAR completed[1024];
     SQLSMALLINT completedLength = 0;
     const SQLRETURN rc = SQLDriverConnectW(dbc_, nullptr, connection.data(), SQL_NTS, completed, SQLSMALLINT(std::size(completed)),
@@ -427,7 +426,6 @@ Statement* OdbcConnection::prepare(const std::string& sql, size_t parameters, Dr
         return nullptr;
     }
     WideText text = wide(sql);
-    text.push_back(0);
     SQLSMALLINT columns = 0;
     if (!SQL_SUCCEEDED(SQLPrepareW(stmt, text.data(), SQL_NTS)) || !SQL_SUCCEEDED(SQLNumResultCols(stmt, &columns))) {
         statementFailed(stmt, error);
@@ -478,9 +476,12 @@ bool OdbcStatement::execute(DriverError& error)
     if (!owner_.readyToRun(error)) return false;
     for (size_t i = 0; i < parameters_.size(); ++i) {
         Parameter& p = parameters_[i];
-        if (!SQL_SUCCEEDED(SQLBindParameter(stmt_, SQLUSMALLINT(i + 1), SQL_PARAM_INPUT, p.cType, p.sqlType, p.size, p.digits, p.buffer(),
-                                            p.bufferLength(), &p.indicator)))
+        if (p.bound == p.binding) continue;
+        const Binding& b = p.binding;
+        if (!SQL_SUCCEEDED(SQLBindParameter(stmt_, SQLUSMALLINT(i + 1), SQL_PARAM_INPUT, b.cType, b.sqlType, b.size, b.digits, b.buffer,
+                                            b.bufferLength, &p.indicator)))
             return fail(error);
+        p.bound = b;
     }
     const SQLRETURN rc = SQLExecute(stmt_);
     if (!SQL_SUCCEEDED(rc) && rc != SQL_NO_DATA) return fail(error); // SQL_NO_DATA: a statement that touched no row
@@ -554,7 +555,7 @@ bool OdbcStatement::readPieces(SQLUSMALLINT column, bool binary, Value& v, Drive
 void OdbcStatement::reset()
 {
     closeCursor();
-    SQLFreeStmt(stmt_, SQL_RESET_PARAMS);
+    // The values are forgotten; the bindings stay for the next execute, which sets every value again.
     for (Parameter& p : parameters_) p.set(Value());
 }
 
