@@ -1,8 +1,8 @@
 // The ODBC driver module (libZELODBC.so), over the unixODBC driver manager.
 //
 // The connection string goes to the driver manager exactly as the user wrote
-// it: DRIVER={...} names an ODBC driver registered in odbcinst.ini (or DSN= a
-// data source of odbc.ini), and every other key belongs to that driver.
+// it: DRIVER={...} names an ODBC driver registered in odbcinst.ini, and every
+// other key belongs to that driver.
 // Text crosses as UTF-16 (SQLWCHAR) both ways, so that no driver's idea of a
 // character set for narrow strings comes into play. Parameters are "?".
 //
