@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cctype>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -121,6 +122,7 @@ public:
         for (const Engine& e : engines()) engine_ = e.name == engine ? &e : engine_;
         if (engine_->variable && settings_.empty() && std::getenv(engine_->variable)) settings_ = std::getenv(engine_->variable);
         if (engine_->variable && settings_.empty()) return;
+        if (!moduleBuilt()) return; // its client library's development files were not found
         static std::atomic<int> serial{0};
         db_ = engine_->variable ? "sonarcat_test_" + std::to_string(::getpid()) + "_" + std::to_string(serial++) : dir_ / "music.db";
         const Result r = run({"/bin/sh", "-c", fill(engine_->create)}, {environment("C.UTF-8")}, 120);
@@ -136,7 +138,11 @@ public:
 
     // The --database value; empty when the engine's server is not reachable here.
     const std::string& database() const { return database_; }
-    std::string unreachable() const { return "no " + engine_->name + " server: set " + engine_->variable + " (.ci/run does)"; }
+    std::string unreachable() const
+    {
+        if (!moduleBuilt()) return "the driver module of " + engine_->name + " was not built: lib" + engine_->driver + ".so is not beside the program";
+        return "no " + engine_->name + " server: set " + engine_->variable + " (.ci/run does)";
+    }
     const Engine& engine() const { return *engine_; }
     const std::string& file() const { return db_; }
     std::string fill(const std::string& text, const std::string& one = "") const
@@ -173,6 +179,11 @@ public:
     std::string count(const std::string& table) const { return rows("SELECT COUNT(*) FROM " + table).at(0).at(0); }
 
 private:
+    bool moduleBuilt() const
+    {
+        return std::filesystem::exists(std::filesystem::path(SONARCAT_BINARY).parent_path() / ("lib" + engine_->driver + ".so"));
+    }
+
     const Engine* engine_ = nullptr;
     std::string settings_, db_, database_;
     TempDir dir_;
