@@ -40,7 +40,8 @@ inline const std::string& odbcConfiguration()
     return path;
 }
 
-// The environment of a user with no locale at all, or with the given LANG.
+// The environment of a user with no locale at all, or with the given LANG,
+// and the tests' ODBC configuration.
 inline std::vector<std::string> environment(const std::string& lang = "")
 {
     std::vector<std::string> env = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "TZ=UTC", "ODBCSYSINI=" + odbcConfiguration()};
