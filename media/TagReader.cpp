@@ -26,17 +26,26 @@ namespace {
 constexpr size_t kRuleWidth = 80;
 // APE versions are 1000 and 2000: divided by this, their digit.
 constexpr uint32_t kApeVersionDigit = 1000;
-// How many times a file is stored when other runs keep taking its ids, and
-// the longest wait before the next attempt, in milliseconds: runs that met
-// each other wait for random times and so stop meeting.
+// How many times a file is stored when other runs keep taking its ids, the
+// longest wait before the next attempt, in milliseconds, and how far past
+// the stored ids the next attempt starts at most, per attempt. Runs that met
+// each other wait for random times and move their ids apart by random steps,
+// and so stop meeting: a run that is storing without a pause would otherwise
+// take the ids of every attempt of another one.
 constexpr int kStoreAttempts = 10;
 constexpr int kLongestWaitMilliseconds = 200;
+constexpr int kLongestIdStep = 8;
+
+std::minstd_rand& retryRandom()
+{
+    static std::minstd_rand random(static_cast<unsigned>(::getpid()) ^ static_cast<unsigned>(std::time(nullptr)));
+    return random;
+}
 
 void waitBeforeAttempt(int attempt)
 {
-    static std::minstd_rand random(static_cast<unsigned>(::getpid()) ^ static_cast<unsigned>(std::time(nullptr)));
     const int longest = std::min(kLongestWaitMilliseconds, 2 << attempt);
-    std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(1, longest)(random)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(1, longest)(retryRandom())));
 }
 
 // The report's tags[...] number: the ID3v2 version in the hundreds, the APE
@@ -153,7 +162,7 @@ void TagReader::persistInTransaction(const FileInfo& file)
         const auto* sql = dynamic_cast<const SQLException*>(failure);
         if (sql && sql->conflict() && attempt < kStoreAttempts) {
             failure->destroy();
-            store.reloadIds();
+            store.reloadIds(std::uniform_int_distribution<int>(0, kLongestIdStep * attempt)(retryRandom()));
             waitBeforeAttempt(attempt);
             continue;
         }

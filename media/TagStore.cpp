@@ -77,6 +77,9 @@ void TagStore::loadIds()
     files.execute(L"SELECT COALESCE(MAX(FILE_ID), 10000) FROM STOR_FILE");
     files.fetch();
     fileId = std::max(fileId, files.fields()[0].asInt64());
+    dirId += skipIds;
+    fileId += skipIds;
+    skipIds = 0;
 }
 
 namespace {

@@ -7,7 +7,8 @@
 // on insertDir and insertFile hand out the next ones from memory, and a failed
 // file's ids are never handed out again. When another run storing into the
 // same catalogue has taken them, reloadIds makes the next loadIds read the
-// largest stored ids again; a run's own ids only grow. This is the one place
+// largest stored ids again and start that many ids past them; a run's own
+// ids only grow. This is the one place
 // ids are loaded and advanced.
 #pragma once
 
@@ -45,7 +46,11 @@ public:
 
     // Reads the largest stored ids, the first time and after reloadIds.
     void loadIds();
-    void reloadIds() { reload = true; }
+    void reloadIds(int32_t skip)
+    {
+        reload = true;
+        skipIds = skip;
+    }
     bool isCurrentDir(const String& dir) const { return dir == currentDir; }
 
     // One row each, inside the open transaction; each prepares its
@@ -64,6 +69,7 @@ private:
     int32_t dirId = 0;                   // the last ids handed out; 0: not yet read from the database
     int64_t fileId = 0;
     bool reload = false;                 // read the largest stored ids again
+    int32_t skipIds = 0;                 // and start this many past them
 };
 
 } // namespace ZELd

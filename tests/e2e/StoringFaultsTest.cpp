@@ -174,7 +174,7 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, ScaledKilled, ::testing::Combine(::testing::ValuesIn(engineNames()), ::testing::Values(SIGKILL, SIGINT)),
-                         [](const auto& info) { return std::get<0>(info.param) + (std::get<1>(info.param) == SIGKILL ? "_SIGKILL" : "_SIGINT"); });
+                         [](const auto& info) { return testName(std::get<0>(info.param)) + (std::get<1>(info.param) == SIGKILL ? "_SIGKILL" : "_SIGINT"); });
 
 // A server of the test's own, which it may stop and start again: the .ci
 // script named after the engine's variable (SONARCAT_TEST_POSTGRES: .ci/postgres).

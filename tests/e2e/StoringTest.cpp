@@ -12,15 +12,17 @@ using namespace testsupport;
 
 namespace {
 
-// Keys in any letter case, blanks around keys and values.
-std::string loosely(const std::string& database)
+// Keys in any letter case, and blanks around keys and values where the
+// program reads the string itself (the ODBC driver manager takes none).
+std::string loosely(const std::string& database, bool blanks)
 {
     std::string s;
     for (size_t at = 0; at <= database.size();) {
         const size_t end = std::min(database.find(';', at), database.size()), eq = database.find('=', at);
         std::string key = database.substr(at, eq - at);
         for (char& c : key) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        s += (at ? "; " : "") + key + " = " + database.substr(eq + 1, end - eq - 1) + " ";
+        const std::string blank = blanks ? " " : "";
+        s += (at ? ";" + blank : "") + key + blank + "=" + blank + database.substr(eq + 1, end - eq - 1) + blank;
         at = end + 1;
     }
     return s;
@@ -41,7 +43,7 @@ protected:
             {"APIC", std::string("\0image/png\0\x03\0", 13) + picture},
             {"PRIV", std::string("owner\0", 6) + std::string(101, '\xFF')},
             {"TPE1", std::string("\x01\xff\xfe" "C\0a\0f\0\xe9\0", 11)},
-            {"TALB", textBody("Album"), 0x8000},
+            {"TALB", textBody("Album 🎵 日本語", 3), 0x8000}, // UTF-8 of four and of three bytes
         };
         a1Tag = id3v2(3, frames, 32);
         for (int i = 0; i < 5000; ++i) song += "🎵日本語"; // 65 KB: more than one piece for clients that pass text in pieces
@@ -79,7 +81,7 @@ protected:
 
 TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
 {
-    database = loosely(database);
+    database = loosely(database, catalogue.engine().driver != "ZELODBC");
     auto r = store({"--verbose"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("Database connected. ["), std::string::npos);
@@ -121,7 +123,7 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
                   {"10001", "4", "APIC", "113", "0", "0", "3", "image/png", kNull, kNull, pictureHex},
                   {"10001", "5", "PRIV", "107", "0", "0", "0", "owner", kNull, kNull, kNull},
                   {"10001", "6", "TPE1", "11", "0", "1", "0", kNull, kNull, "Café", kNull},
-                  {"10001", "7", "TALB", "6", "-32768", "0", "0", kNull, kNull, "Album", kNull},
+                  {"10001", "7", "TALB", "21", "-32768", "3", "0", kNull, kNull, "Album 🎵 日本語", kNull},
                   {"10002", "1", "TIT2", "19", "0", "3", "0", kNull, kNull, "Sub 日本語 🎵", kNull},
               }));
     EXPECT_EQ(catalogue.rows("SELECT FILE_ID, VERSION, SIZE_, COUNT_, FLAGS FROM APE ORDER BY FILE_ID"),
@@ -149,7 +151,7 @@ TEST_P(Storing, SecondRunContinuesFromTheStoredIds)
 
 TEST_P(Storing, DryRunConnectsButWritesNothing)
 {
-    database = loosely(database);
+    database = loosely(database, catalogue.engine().driver != "ZELODBC");
     auto r = store({"--dry-run"});
     EXPECT_NE(r.out.find("Database connected. ["), std::string::npos);
     EXPECT_NE(r.out.find("FILE[a1.mp3]"), std::string::npos);
@@ -246,7 +248,8 @@ TEST(StoringRefused, DriversThatCannotBeUsedStopBeforeTheWalk)
         {"DRIVER=ZELSQLite3", "no DATABASE= file named"},
         {"DRIVER=ZELFirebird;USER=a;PASSWORD=b;SERVER=localhost/3050", "ZELFirebird: cannot connect: no DATABASE= named"},
         {"DRIVER=ZELMariaDB; USER=a;PASSWORD=b;SERVER=localhost;PORT=3306", "SQLException: ZELMariaDB: cannot connect: no DATABASE= named"},
-        {"DRIVER={ODBC Driver 18 for SQL Server};Server=localhost,1433;Database=m", "SQL driver [ZELODBC] is not installed"},
+        // The driver of the option table's example is not in Debian: the driver manager refuses it.
+        {"DRIVER={ODBC Driver 18 for SQL Server};Server=localhost,1433;Database=m", "ZELODBC: cannot connect: [unixODBC][Driver Manager]Can't open lib"},
         {"DRIVER=ZELOracle;  USER=a;PASSWORD=b;DATABASE=host:1521/music", "SQL driver [ZELOracle] has no module in this build: a module would need Oracle's client library"},
         {"DRIVER=ZELInformix;USER=a;PASSWORD=b;SERVER=ids;DATABASE=music", "SQL driver [ZELInformix] has no module in this build: a module would need IBM's Informix"},
         {"DRIVER=../../tmp/x", "Invalid SQL driver name [../../tmp/x]"},
@@ -271,6 +274,6 @@ TEST(StoringRefused, NoDriverKeyMeansNoDatabase)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, Storing, ::testing::ValuesIn(engineNames()));
+INSTANTIATE_TEST_SUITE_P(Engines, Storing, ::testing::ValuesIn(engineNames()), [](const auto& info) { return testName(info.param); });
 
 } // namespace

@@ -7,8 +7,9 @@
 #pragma once
 
 #include <atomic>
-#include <filesystem>
+#include <cctype>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -75,12 +76,29 @@ inline const std::vector<Engine>& engines()
     std::string rows = "0"; // in all seven tables
     for (const char* table : {"STOR_DIR", "STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"}) rows += std::string(" + (SELECT COUNT(*) FROM ") + table + ")";
     const std::string mariadb = "mariadb --no-defaults --protocol=TCP -h {SERVER} -P {PORT} -u {USER} --password='{PASSWORD}' --default-character-set=utf8mb4 ";
+    // Each database's texts, shared by its own driver and the ODBC driver over it.
+    const std::string sqliteCreate = "sqlite3 '{db}' < {schema}sqlite3.sql", sqliteDrop = "rm -f '{db}'*",
+                      sqliteHex = "CASE typeof({1}) WHEN 'blob' THEN nullif(hex({1}), '') END"; // bytes bound as text would read NULL
+    const std::vector<std::string> sqliteReject = {
+        "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"};
+    const std::string sqliteLocked = "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"; // a second writer is refused
+    const std::string pgCreate = psql + "postgres -c 'CREATE DATABASE {db}' && " + psql + "{db} -f {schema}postgresql.sql",
+                      pgDrop = psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'", pgHex = "upper(encode({1}, 'hex'))",
+                      pgTime = "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')";
+    const std::vector<std::string> pgReject = {
+        "CREATE FUNCTION REJECT_FRAME() RETURNS trigger AS $$ BEGIN IF NEW.FRAME_ID = '{1}' THEN RAISE EXCEPTION 'frame rejected'; END IF; "
+        "RETURN NEW; END $$ LANGUAGE plpgsql",
+        "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"};
+    const std::string pgWriting = "SELECT COUNT(*) FROM pg_stat_activity WHERE datname = '{db}' AND backend_xid IS NOT NULL";
+    // The ODBC rows: braces in DRIVER name an ODBC driver, not a placeholder.
+    const std::string odbcPostgres = "DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
+    // JournalMode=WAL: the SQLite module's journal; the ODBC driver's default, a rollback journal, costs a sync at every commit.
+    const std::string odbcSQLite = "DRIVER={SQLite3};DATABASE={db};FKSupport=1;Timeout=10000;NoCreat=1;JournalMode=WAL";
+    // Without OPTION=67108864 (several statements in one text): Connector/ODBC 3.1.15 loses 1 KB on every connection with it.
+    const std::string odbcMariaDB = "DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
     static const std::vector<Engine> all = {
-        {"SQLite", "ZELSQLite3", nullptr, "sqlite3 '{db}' < {schema}sqlite3.sql", "rm -f '{db}'*", "DRIVER=ZELSQLite3;DATABASE={db}",
-         "CASE typeof({1}) WHEN 'blob' THEN nullif(hex({1}), '') END", "{1}", // bytes bound as text would read NULL
-         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"},
-         {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}},
-         "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"}, // a second writer is refused
+        {"SQLite", "ZELSQLite3", nullptr, sqliteCreate, sqliteDrop, "DRIVER=ZELSQLite3;DATABASE={db}", sqliteHex, "{1}", sqliteReject,
+         {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}}, sqliteLocked},
         {"SQLCipher", "ZELSQLCipher", nullptr,
          "{ echo \"PRAGMA key = 'sonarcat-test';\"; cat {schema}sqlite3.sql; } | sqlcipher '{db}' && sqlite3 '{db}.plain' < {schema}sqlite3.sql", "rm -f '{db}'*",
          "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test", "nullif(hex({1}), '')", "{1}",
@@ -91,17 +109,12 @@ inline const std::vector<Engine>& engines()
           {"DRIVER=ZELSQLCipher;DATABASE={db}", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
           {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"}},
          "sqlcipher -bail '{db}' \"PRAGMA key = 'sonarcat-test'; BEGIN IMMEDIATE; ROLLBACK;\" 2>&1 | grep -c 'database is locked'"},
-        {"PostgreSQL", "ZELPostgreSQL", "SONARCAT_TEST_POSTGRES", psql + "postgres -c 'CREATE DATABASE {db}' && " + psql + "{db} -f {schema}postgresql.sql",
-         psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'", "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}", "upper(encode({1}, 'hex'))",
-         "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')",
-         {"CREATE FUNCTION REJECT_FRAME() RETURNS trigger AS $$ BEGIN IF NEW.FRAME_ID = '{1}' THEN RAISE EXCEPTION 'frame rejected'; END IF; "
-          "RETURN NEW; END $$ LANGUAGE plpgsql",
-          "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"},
+        {"PostgreSQL", "ZELPostgreSQL", "SONARCAT_TEST_POSTGRES", pgCreate, pgDrop, "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}", pgHex, pgTime, pgReject,
          {{"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "password authentication failed"},
           {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
           {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
            "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}},
-         psql + "{db} -tAc \"SELECT COUNT(*) FROM pg_stat_activity WHERE datname = '{db}' AND application_name = 'sonarcat' AND backend_xid IS NOT NULL\""},
+         psql + "{db} -tAc \"" + pgWriting + " AND application_name = 'sonarcat'\""},
         {"MariaDB", "ZELMariaDB", "SONARCAT_TEST_MARIADB", mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
          mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", "DRIVER=ZELMariaDB;{settings};DATABASE={db}", "NULLIF(HEX({1}), '')",
          "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)",
@@ -118,6 +131,31 @@ inline const std::vector<Engine>& engines()
                    "SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED; SELECT @dirty - (" + rows + ")'"},
         firebirdEngine("Firebird", "ZELFirebird", "SERVER={SERVER};DATABASE={FILES}/{db}.fdb"),
         firebirdEngine("InterBase", "ZELInterBase", "DATABASE={SERVER}:{FILES}/{db}.fdb"),
+        {"ODBC PostgreSQL", "ZELODBC", "SONARCAT_TEST_POSTGRES", pgCreate, pgDrop, odbcPostgres, pgHex, pgTime, pgReject,
+         {{"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "password authentication failed"},
+          {"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "database \"{db}_missing\" does not exist"},
+          {"DRIVER={PostgreSQL Unicode};SERVER=127.0.0.1;PORT=1;DATABASE={db};UID={USER};PWD={PASSWORD}",
+           "ZELODBC: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"},
+          // Debian registers the driver as "PostgreSQL Unicode" and "PostgreSQL ANSI" only.
+          {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}", "Can't open lib 'PostgreSQL' : file not found"}},
+         // psqlODBC names no application: the program's is the one connection to the database writing rows.
+         psql + "{db} -tAc \"" + pgWriting + " AND pid <> pg_backend_pid()\""},
+        {"ODBC SQLite3", "ZELODBC", nullptr, sqliteCreate, sqliteDrop, odbcSQLite, sqliteHex, "{1}", sqliteReject,
+         {{"DRIVER={SQLite3};DATABASE={db}.missing;NoCreat=1", "ZELODBC: cannot connect: [SQLite]connect failed"},
+          // Unlike the program's own drivers, the ODBC driver manager takes no blanks around a key.
+          {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"}},
+         sqliteLocked},
+        {"ODBC MariaDB", "ZELODBC", "SONARCAT_TEST_MARIADB", mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
+         mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", odbcMariaDB, "NULLIF(HEX({1}), '')", "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)",
+         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN SIGNAL SQLSTATE '45000' SET "
+          "MESSAGE_TEXT = 'frame rejected'; END IF"},
+         {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "Access denied for user '{USER}'"},
+          {"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "Unknown database '{db}_missing'"},
+          {"DRIVER={MariaDB Unicode};SERVER=127.0.0.1;PORT=1;DATABASE={db};UID={USER};PWD={PASSWORD}", "Can't connect to server on '127.0.0.1'"}},
+         // The rows a transaction wrote are locked until it ends: a locking read that may not wait is refused.
+         // (information_schema.INNODB_TRX would tell too, but it is a copy renewed at most every 0.1 s.)
+         mariadb + "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE NOWAIT' 2>&1 | "
+                   "grep -c 'Lock wait timeout'"},
     };
     return all;
 }
@@ -127,6 +165,13 @@ inline std::vector<std::string> engineNames()
     std::vector<std::string> names;
     for (const Engine& e : engines()) names.push_back(e.name);
     return names;
+}
+
+// An engine's name as part of a test's name: letters, digits and '_'.
+inline std::string testName(std::string engine)
+{
+    for (char& c : engine) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+    return engine;
 }
 
 class Catalogue {
@@ -193,6 +238,11 @@ public:
     std::string count(const std::string& table) const { return rows("SELECT COUNT(*) FROM " + table).at(0).at(0); }
 
 private:
+    bool moduleBuilt() const
+    {
+        return std::filesystem::exists(std::filesystem::path(SONARCAT_BINARY).parent_path() / ("lib" + engine_->driver + ".so"));
+    }
+
     const Engine* engine_ = nullptr;
     std::string settings_, db_, database_, missing_;
     TempDir dir_;

@@ -22,10 +22,29 @@
 
 namespace testsupport {
 
-// The environment of a user with no locale at all, or with the given LANG.
+// The ODBC drivers as the system registers them, with psqlODBC's log of every
+// connection (CommLog=1 in Debian's odbcinst.ini) switched off, so that the
+// tests leave no /tmp/psqlodbc_*.log behind. The test process reads its
+// catalogues through it too: ODBCSYSINI is set here for both.
+inline const std::string& odbcConfiguration()
+{
+    static const TempDir dir;
+    static const std::string path = [] {
+        ::chmod(dir.path().c_str(), 0755); // the user nobody runs the program too
+        const char* system = std::getenv("ODBCSYSINI");
+        const std::string drivers = readFile(std::string(system && *system ? system : "/etc") + "/odbcinst.ini");
+        writeFile(dir / "odbcinst.ini", std::regex_replace(drivers, std::regex(R"(^(\s*CommLog\s*=\s*)\d+)", std::regex::multiline), "$010"));
+        ::setenv("ODBCSYSINI", dir.path().c_str(), 1);
+        return dir.path();
+    }();
+    return path;
+}
+
+// The environment of a user with no locale at all, or with the given LANG,
+// and the tests' ODBC configuration.
 inline std::vector<std::string> environment(const std::string& lang = "")
 {
-    std::vector<std::string> env = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "TZ=UTC"};
+    std::vector<std::string> env = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "TZ=UTC", "ODBCSYSINI=" + odbcConfiguration()};
     if (!lang.empty()) env.push_back("LANG=" + lang);
     return env;
 }

@@ -75,7 +75,61 @@ TEST_P(SQLLayer, QueriesOfOneTextKeepTheirOwnRowsInsideATransaction)
     c.rollbackTrans();
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()));
+// Values at the edges of their kinds come back exactly: the largest numbers
+// of each kind the program binds (an unsigned 32-bit value is no -1, as
+// SQLite's ODBC driver stores unsigned C types; a signed one keeps its sign;
+// an unsigned 64-bit value in the signed range keeps every digit), and a text
+// longer than any buffer a driver reads it in, with characters of four UTF-8
+// bytes (two UTF-16 units) where such a buffer would cut one in two.
+TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
+{
+    std::wstring report;
+    for (size_t units = 0; report.size() < 70000; units += 6) { // UTF-16 units: 🎵 takes two, the blank and 日本語 four
+        const size_t fill = 8190 - units % 8191;                  // 🎵 starts on the last unit of a piece of 8191 units
+        report.append(fill, L'a').append(L"\U0001F3B5 日本語");
+        units += fill;
+    }
+    SQLConnection c(fromNativePath(catalogue.engine().driver.c_str()));
+    c.open(fromNativePath(catalogue.database().c_str()));
+    c.startTrans();
+    SQLQuery q(&c);
+    q.prepare(kInsertDir);
+    q.params().byName(L"ID")->setValue(1);
+    q.params().byName(L"PATH")->setValue(String(L"/d/"), SQL::Text);
+    q.params().byName(L"TS")->setValue(DateTime(), SQL::TimestampWithoutZone);
+    q.execute();
+    q.prepare(L"INSERT INTO STOR_FILE (FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, FILE_ER, "
+              L"MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, MEDI_NF, READ_CO, CREA_TS, MODI_TS) VALUES (:ID, '', :INT, 0, 0, 1, '', :SIZE, :TS, :TS, :TS, '', "
+              L"'', :WIDTH, 0, 0, :REPORT, 0, :TS, :TS)");
+    const struct { long long id; int signed32; unsigned long long size; unsigned int width; std::wstring report; } rows[] = {
+        {INT64_MAX, INT32_MIN, INT64_MAX, UINT32_MAX, report},
+        {1, INT32_MAX, 0, 0x80000000u, L""},
+    };
+    for (const auto& row : rows) {
+        q.params().byName(L"ID")->setValue(row.id);
+        q.params().byName(L"INT")->setValue(row.signed32);
+        q.params().byName(L"SIZE")->setValue(row.size);
+        q.params().byName(L"WIDTH")->setValue(row.width);
+        q.params().byName(L"REPORT")->setValue(String(row.report), SQL::Text);
+        q.params().byName(L"TS")->setValue(DateTime(), SQL::TimestampWithoutZone);
+        q.execute();
+    }
+    q.execute(L"SELECT FILE_ID, USER_ID, FILE_SZ, MEDI_WI, MEDI_NF FROM STOR_FILE ORDER BY FILE_ID");
+    std::vector<std::vector<std::wstring>> got;
+    while (q.fetch()) {
+        std::vector<std::wstring>& row = got.emplace_back();
+        for (size_t i = 0; i < 5; ++i) row.push_back(q.fields()[i].asString().str());
+    }
+    const std::vector<std::vector<std::wstring>> expected = {{L"1", L"2147483647", L"0", L"2147483648", L""},
+                                                             {L"9223372036854775807", L"-2147483648", L"9223372036854775807", L"4294967295", report}};
+    EXPECT_TRUE(got == expected) << "got " << got.size() << " rows; the long text came back with " << (got.size() == 2 ? got[1][4].size() : 0)
+                                 << " characters, not " << report.size();
+    for (size_t r = 0; r < std::min(got.size(), expected.size()); ++r)
+        for (size_t i = 0; i < 4; ++i) EXPECT_EQ(toUtf8(got[r][i]), toUtf8(expected[r][i])) << "row " << r << ", column " << i;
+    c.rollbackTrans();
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()), [](const auto& info) { return testName(info.param); });
 
 TEST(SQLParams, MisuseFailsNamingTheParameterAndTheStatement)
 {
