@@ -58,7 +58,6 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_PACKAGE_VENDOR "sonarcat maintainers")
 set(CPACK_PACKAGE_CONTACT "sonarcat-maintainers@lists.example.org")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Collects mp3 tags into an SQL database")
 set(CPACK_COMPONENTS_ALL ${SONARCAT_MAIN_COMPONENT} ${SONARCAT_DRIVER_COMPONENTS})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -68,15 +67,14 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "libmediainfo0v5")
-set(CPACK_COMPONENT_PROGRAM_DESCRIPTION "Collects mp3 tags into an SQL database
- Reads the ID3v1, ID3v2 and APE tags and the MediaInfo facts of MP3 files and
- stores them in a catalogue. Includes the SQLite driver and the tables for
- every database.")
+set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "collects mp3 tags into an SQL database
+Reads the ID3v1, ID3v2 and APE tags and the MediaInfo facts of MP3 files and stores them in a catalogue. \
+Includes the SQLite driver and the tables for every database.")
 foreach(component IN LISTS SONARCAT_DRIVER_COMPONENTS)
   string(TOUPPER ${component} COMPONENT)
   set(CPACK_COMPONENT_${COMPONENT}_DEPENDS ${SONARCAT_MAIN_COMPONENT})
-  set(CPACK_COMPONENT_${COMPONENT}_DESCRIPTION
+  set(CPACK_DEBIAN_${COMPONENT}_DESCRIPTION
       "${SONARCAT_DRIVER_OF_${component}} driver for sonarcat
- Lets sonarcat store its catalogue through the ${SONARCAT_DRIVER_OF_${component}} client library.")
+Lets sonarcat store its catalogue through the ${SONARCAT_DRIVER_OF_${component}} client library.")
 endforeach()
 include(CPack)
