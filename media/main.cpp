@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <unistd.h>
 
+#include "media/InstallLayout.h"
 #include "media/MainArguments.h"
 #include "media/MediaInfo.h"
 #include "media/TagCounter.h"
@@ -54,11 +55,14 @@ public:
     ReportBinding& operator=(const ReportBinding&) = delete;
 };
 
-// Driver modules sit beside the program in a build and in lib/<program>/ of an install.
+// Driver modules sit beside the program in a build and in their own directory
+// of an install, where each driver but SQLite comes in a package of its own.
 void configureDatabaseAccess()
 {
     SQLConfiguration setUp;
-    setUp.moduleDirectories.push_back(String(L"../lib/") + kProgramName + L"/");
+    setUp.moduleDirectories.push_back(kModuleDirectory);
+    for (const DriverPackage& driver : kDriverPackages)
+        setUp.installHints.emplace_back(driver.driver, String(L"install the package ") + driver.package);
     setUp.applicationName = kProgramName;
     SQLConnection::configure(std::move(setUp));
 }

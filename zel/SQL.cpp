@@ -183,7 +183,7 @@ void SQLConnection::configure(SQLConfiguration setUp) { configuration() = std::m
 SQLConnection::SQLConnection(const String& driverName) : impl_(std::make_unique<Impl>())
 {
     impl_->driverName = driverName;
-    impl_->module = loadSQLDriverModule(driverName, configuration().moduleDirectories);
+    impl_->module = loadSQLDriverModule(driverName, configuration());
     auto version = reinterpret_cast<int (*)()>(impl_->module->symbol("ZELSQLDriverApiVersion"));
     auto create = reinterpret_cast<sqldriver::Connection* (*)()>(impl_->module->symbol("ZELSQLDriverCreate"));
     if (version() != sqldriver::kApiVersion)

@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "zel/ByteString.h"
@@ -61,6 +62,10 @@ struct SQLConfiguration {
     // Where driver modules are looked for after the program's own directory:
     // directories relative to it, each ending with "/".
     std::vector<String> moduleDirectories;
+    // What the message about a driver whose module is missing tells the user
+    // to do, per driver name (such as {"ZELPostgreSQL", "install the package
+    // ..."}); a driver without an entry gets no advice.
+    std::vector<std::pair<String, String>> installHints;
     // How the program names itself to a server that lists its clients; empty: not named.
     String applicationName;
 };

@@ -2,6 +2,7 @@
 #include "zel/SQLDriverModule.h"
 
 #include <climits>
+#include <cstdlib>
 #include <cwchar>
 #include <dirent.h>
 #include <unistd.h>
@@ -72,7 +73,24 @@ constexpr VendorOnly kVendorOnly[] = {
     {L"ZELInformix", L"IBM's Informix Client SDK (libifcli, libifsql)"},
 };
 
-SQLException* notInstalled(const String& driverName, const String& file, const String& here, const std::vector<String>& directories)
+// A module directory as the message shows it: "/usr/bin/../lib/x/" is
+// "/usr/lib/x/" when it exists.
+String shown(const String& dir)
+{
+    char buffer[PATH_MAX];
+    if (!::realpath(nativePath(dir).c_str(), buffer)) return dir;
+    const String resolved = fromNativePath(buffer);
+    return resolved.endsWith(L"/") ? resolved : resolved + L"/";
+}
+
+const String* installHintFor(const String& driverName, const SQLConfiguration& setUp)
+{
+    for (const auto& [driver, hint] : setUp.installHints)
+        if (driver == driverName || driver == kDriverPrefix + driverName) return &hint;
+    return nullptr;
+}
+
+SQLException* notInstalled(const String& driverName, const String& file, const String& here, const SQLConfiguration& setUp)
 {
     for (const VendorOnly& v : kVendorOnly)
         if (driverName == v.driver)
@@ -80,31 +98,32 @@ SQLException* notInstalled(const String& driverName, const String& file, const S
                                                        driverName, v.clientLibrary));
     StringBuilder message(128);
     message.format(L"SQL driver [%ls] is not installed: no %ls beside the program (%ls)", driverName, file, here);
-    for (const String& dir : directories) message.append(L" or in ").append(here + dir);
+    for (const String& dir : setUp.moduleDirectories) message.append(L" or in ").append(shown(here + dir));
+    if (const String* hint = installHintFor(driverName, setUp)) message.append(L"; ").append(*hint);
     StringBuilder found(64);
     appendDriversIn(here, found);
-    for (const String& dir : directories) appendDriversIn(here + dir, found);
+    for (const String& dir : setUp.moduleDirectories) appendDriversIn(here + dir, found);
     if (found.length()) message.append(L"; installed drivers: ").append(found.toString());
     return ZEL_NEW SQLException(message.toString());
 }
 
 } // namespace
 
-SharedLibrary* loadSQLDriverModule(const String& driverName, const std::vector<String>& directories)
+SharedLibrary* loadSQLDriverModule(const String& driverName, const SQLConfiguration& setUp)
 {
     if (!isPlainName(driverName)) throw ZEL_NEW SQLException(L"Invalid SQL driver name [" + driverName + L"]: letters, digits and _ only");
     const String file = moduleFile(driverName);
     const String here = programDirectory();
     if (!here.isEmpty()) {
         if (exists(here + file)) return ZEL_NEW SharedLibrary(nativePath(here + file).c_str());
-        for (const String& dir : directories)
+        for (const String& dir : setUp.moduleDirectories)
             if (exists(here + dir + file)) return ZEL_NEW SharedLibrary(nativePath(here + dir + file).c_str());
     }
     try {
         return ZEL_NEW SharedLibrary(nativePath(file).c_str());
     } catch (Exception* e) {
         e->destroy();
-        throw notInstalled(driverName, file, here, directories);
+        throw notInstalled(driverName, file, here, setUp);
     }
 }
 

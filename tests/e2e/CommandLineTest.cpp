@@ -1,7 +1,11 @@
 // The program's command line: what it refuses, --help and --version, how
-// the options reach the run, and a MediaInfo library that cannot be used.
+// the options reach the run, the manual page's copy of the help texts, and a
+// MediaInfo library that cannot be used.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
+#include "support/Files.h"
 #include "support/Program.h"
 
 using namespace testsupport;
@@ -43,6 +47,25 @@ TEST(CommandLine, HelpAndVersionRunNothing)
     EXPECT_EQ(help.out.find("Start ["), std::string::npos);
     const Result version = sonarcat({"--version"});
     EXPECT_EQ(std::tuple(version.out, help.err, version.err), std::tuple(std::string("sonarcat 1.1.2\n"), std::string(), std::string()));
+}
+
+// The manual page repeats each option's help text and every connection-string
+// example of --help, so that the two cannot drift apart.
+TEST(CommandLine, ManualPageRepeatsTheHelpTexts)
+{
+    std::string manual = readFile(std::string(SONARCAT_SOURCE_DIR) + "/doc/sonarcat.1");
+    for (size_t at; (at = manual.find("\\-")) != std::string::npos;) manual.erase(at, 1); // troff's minus
+    std::istringstream help(sonarcat({"--help"}).out);
+    size_t texts = 0;
+    for (std::string line; std::getline(help, line);) {
+        const size_t start = line.find_first_not_of(" \t");
+        if (start == std::string::npos || (line[0] != '\t' && line[start] != '-')) continue;
+        const size_t text = line[0] == '\t' ? start : line.find_first_not_of(' ', line.find("  ", start));
+        ASSERT_LT(text, line.size()) << line;
+        EXPECT_NE(manual.find(line.substr(text)), std::string::npos) << line;
+        ++texts;
+    }
+    EXPECT_EQ(texts, 6u + 9u) << "six options and nine connection strings";
 }
 
 TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)

@@ -3,6 +3,7 @@
 // that cannot be opened.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 
@@ -260,6 +261,26 @@ TEST(StoringRefused, DriversThatCannotBeUsedStopBeforeTheWalk)
     Launch preloaded;
     preloaded.env.insert(preloaded.env.end(), {"LD_PRELOAD=libsqlite3.so.0", "ASAN_OPTIONS=verify_asan_link_order=0"});
     expectNoWalk("DRIVER=ZELSQLCipher;KEY=k;DATABASE=" + dir / "garbage.sqlite3", "ZELSQLCipher: cannot connect: the SQLite library in use cannot encrypt", preloaded);
+}
+
+// An install keeps the driver modules in lib/sonarcat/ beside bin/: the
+// program finds them there, and names the package of a module that is missing.
+TEST(StoringRefused, InstalledProgramFindsItsModulesAndNamesMissingPackages)
+{
+    TempDir prefix, dir;
+    std::filesystem::create_directories(prefix / "bin");
+    std::filesystem::create_directories(prefix / "lib/sonarcat");
+    std::filesystem::copy_file(SONARCAT_BINARY, prefix / "bin/sonarcat");
+    std::filesystem::copy_file(std::filesystem::path(SONARCAT_BINARY).parent_path() / "libZELSQLite3.so", prefix / "lib/sonarcat/libZELSQLite3.so");
+    writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
+    writeFile(dir / "c.sqlite3", ""); // an empty file is an empty database
+    const std::string program = prefix / "bin/sonarcat";
+    const Result found = run({program, "--dry-run", "--database=DRIVER=ZELSQLite3;DATABASE=" + dir / "c.sqlite3", dir.path()});
+    EXPECT_NE(found.out.find("Database connected."), std::string::npos) << found.err;
+    const Result missing = run({program, "--database=DRIVER=ZELPostgreSQL;DATABASE=music", dir.path()});
+    const std::string modules = std::filesystem::canonical(prefix.path()).string() + "/lib/sonarcat/";
+    EXPECT_NE(missing.err.find("or in " + modules + "; install the package sonarcat-postgresql; installed drivers: ZELSQLite3"), std::string::npos)
+        << missing.err;
 }
 
 TEST(StoringRefused, NoDriverKeyMeansNoDatabase)
