@@ -90,6 +90,11 @@ inline const std::vector<Engine>& engines()
         "RETURN NEW; END $$ LANGUAGE plpgsql",
         "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"};
     const std::string pgWriting = "SELECT COUNT(*) FROM pg_stat_activity WHERE datname = '{db}' AND backend_xid IS NOT NULL";
+    const std::string myCreate = mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
+                      myDrop = mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", myHex = "NULLIF(HEX({1}), '')",
+                      myTime = "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)";
+    const std::vector<std::string> myReject = {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN "
+                                               "SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'frame rejected'; END IF"};
     // The ODBC rows: braces in DRIVER name an ODBC driver, not a placeholder.
     const std::string odbcPostgres = "DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
     // JournalMode=WAL: the SQLite module's journal; the ODBC driver's default, a rollback journal, costs a sync at every commit.
@@ -101,8 +106,7 @@ inline const std::vector<Engine>& engines()
          {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}}, sqliteLocked},
         {"SQLCipher", "ZELSQLCipher", nullptr,
          "{ echo \"PRAGMA key = 'sonarcat-test';\"; cat {schema}sqlite3.sql; } | sqlcipher '{db}' && sqlite3 '{db}.plain' < {schema}sqlite3.sql", "rm -f '{db}'*",
-         "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test", "nullif(hex({1}), '')", "{1}",
-         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"},
+         "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test", sqliteHex, "{1}", sqliteReject,
          {{"DRIVER=ZELSQLCipher;DATABASE={db};KEY=wrong", "ZELSQLCipher: cannot connect: wrong key or not an encrypted catalogue"},
           {"DRIVER=ZELSQLCipher;DATABASE={db}.plain;KEY=sonarcat-test", "wrong key or not an encrypted catalogue (file is encrypted or is not a database) [{db}.plain]"},
           {"DRIVER=ZELSQLCipher;DATABASE={db}.missing;KEY=sonarcat-test", "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing]"},
@@ -115,11 +119,7 @@ inline const std::vector<Engine>& engines()
           {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
            "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}},
          psql + "{db} -tAc \"" + pgWriting + " AND application_name = 'sonarcat'\""},
-        {"MariaDB", "ZELMariaDB", "SONARCAT_TEST_MARIADB", mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
-         mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", "DRIVER=ZELMariaDB;{settings};DATABASE={db}", "NULLIF(HEX({1}), '')",
-         "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)",
-         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN "
-          "SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'frame rejected'; END IF"},
+        {"MariaDB", "ZELMariaDB", "SONARCAT_TEST_MARIADB", myCreate, myDrop, "DRIVER=ZELMariaDB;{settings};DATABASE={db}", myHex, myTime, myReject,
          {{"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "Access denied for user '{USER}'"},
           {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
           {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
@@ -145,10 +145,7 @@ inline const std::vector<Engine>& engines()
           // Unlike the program's own drivers, the ODBC driver manager takes no blanks around a key.
           {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"}},
          sqliteLocked},
-        {"ODBC MariaDB", "ZELODBC", "SONARCAT_TEST_MARIADB", mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
-         mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", odbcMariaDB, "NULLIF(HEX({1}), '')", "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)",
-         {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN SIGNAL SQLSTATE '45000' SET "
-          "MESSAGE_TEXT = 'frame rejected'; END IF"},
+        {"ODBC MariaDB", "ZELODBC", "SONARCAT_TEST_MARIADB", myCreate, myDrop, odbcMariaDB, myHex, myTime, myReject,
          {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "Access denied for user '{USER}'"},
           {"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "Unknown database '{db}_missing'"},
           {"DRIVER={MariaDB Unicode};SERVER=127.0.0.1;PORT=1;DATABASE={db};UID={USER};PWD={PASSWORD}", "Can't connect to server on '127.0.0.1'"}},
