@@ -86,7 +86,7 @@ void TagReader::read(const String& dir, const String& name)
     FileInfo info(dir, name);
     const String path = dir + name;
     info.size = Files::size(path);
-    long long access, modification, creation;
+    long long access = 0, modification = 0, creation = 0;
     const bool timed = Files::time(path, access, modification, creation);
     if (timed) {
         info.atime.assign(access);
