@@ -52,7 +52,7 @@ size_t gOwnBlocks = 0, gOwnBytes = 0;
 // it writes (a relaxed load and store: no lock, no locked instruction), and
 // the report sums the cells. A block freed by another thread than the one that
 // allocated it makes one cell go up and another down; the sum stays exact.
-// Cells are made with malloc, outside the counts, and never released, so the
+// Cells are made with the C allocator, outside the counts, and never released, so the
 // counts of a thread that has ended stay in the sum.
 class Tally {
 public:
@@ -64,7 +64,8 @@ private:
     std::atomic<size_t> value_{0};
 };
 
-struct ThreadCounts {
+// One cache line each: a thread's counting does not slow the others down.
+struct alignas(64) ThreadCounts {
     Tally blocks, bytes;
     ThreadCounts* next = nullptr;
 };
@@ -80,7 +81,7 @@ thread_local ThreadCounts* tCounts = nullptr; // this thread's, registered at it
 ThreadCounts& threadCounts()
 {
     if (tCounts) return *tCounts;
-    void* raw = std::malloc(sizeof(ThreadCounts));
+    void* raw = std::aligned_alloc(alignof(ThreadCounts), sizeof(ThreadCounts));
     if (!raw) std::abort(); // no cell, no exact count: nothing sensible is left to do
     auto* cell = new (raw) ThreadCounts;
     std::lock_guard<std::mutex> lock(cellsLock());
