@@ -52,11 +52,11 @@ void TagCounter::read(const String& path, TagCounter& counter)
 
 void TagCounter::readDir(const String& path, TagCounter& counter, const MainArguments& args)
 {
-    auto onFile = [&](const String& dir, const String& name) {
+    auto onFile = [&](const Dir& dir, const String& name) {
         if (!name.toLowerCase().endsWith(L".mp3")) return;
         TagCounter file;
         try {
-            read(dir + name, file);
+            read(dir.path() + name, file);
         } catch (Exception* e) {
             ++counter.errors_;
             args.errout() << e->toStringAll() << endl;

@@ -10,12 +10,14 @@
 #include <thread>
 
 #include "media/MainArguments.h"
-#include "media/MediaInfo.h"
+#include "media/MediaFacts.h"
+#include "media/ProbeAhead.h"
 #include "media/TagLocation.h"
 #include "media/Walk.h"
 #include "zel/Exception.h"
 #include "zel/File.h"
 #include "zel/Files.h"
+#include "zel/Process.h"
 #include "zel/SQL.h"
 #include "zel/Writer.h"
 
@@ -68,7 +70,24 @@ TagReader::TagReader(const MainArguments& arguments) : arguments(arguments)
 
 void TagReader::readDir(const String& path)
 {
-    walkTree(path, [this](const String& dir, const String& name) { read(dir, name); }, [this](const String& sub) { readDir(sub); });
+    const unsigned cores = ZELUsableCores();
+    if (cores <= 1) return walkDir(path); // one core: no worker, no hand-off
+    ProbeAhead ahead(cores);
+    ahead_ = &ahead;
+    struct Detach {
+        ProbeAhead*& ahead;
+        ~Detach() { ahead = nullptr; }
+    } detach{ahead_};
+    walkDir(path);
+}
+
+void TagReader::walkDir(const String& path)
+{
+    auto onFile = [this](const Dir& dir, const String& name) {
+        if (ahead_) ahead_->turn(dir, name);
+        read(dir.path(), name);
+    };
+    walkTree(path, onFile, [this](const String& sub) { walkDir(sub); });
 }
 
 void TagReader::read(const String& dir, const String& name)
@@ -76,27 +95,17 @@ void TagReader::read(const String& dir, const String& name)
     FileInfo info(dir, name);
     const String path = dir + name;
     info.size = Files::size(path);
-    long long access, modification, creation;
-    if (Files::time(path, access, modification, creation)) {
+    long long access = 0, modification = 0, creation = 0;
+    const bool timed = Files::time(path, access, modification, creation);
+    if (timed) {
         info.atime.assign(access);
         info.mtime.assign(modification);
         info.ctime.assign(creation);
     }
     try {
         if (name.toLowerCase().endsWith(L".mp3")) readTag(path, info);
-        MediaInfo media(path);
-        info.inform = media.inform_r();
-        info.format = media.format();
-        if (media.videoCount() > 0) {
-            info.width = media.videoWidth(0);
-            info.height = media.videoHeight(0);
-            info.duration = static_cast<uint32_t>(media.videoDurationAsSeconds(0));
-        } else if (media.audioCount() > 0) {
-            info.duration = static_cast<uint32_t>(media.audioDurationAsSeconds(0));
-        } else if (media.imageCount() > 0) {
-            info.width = media.imageWidth(0);
-            info.height = media.imageHeight(0);
-        }
+        MediaFacts facts = ahead_ ? ahead_->take(path, {info.size, modification, timed}) : MediaFacts::probe(path);
+        facts.moveTo(info);
     } catch (Exception* e) {
         info.notes = e->toString();
         args().errout() << e->toStringAll() << endl;

@@ -11,6 +11,7 @@ namespace ZELd {
 
 class Exception;
 class MainArguments;
+class ProbeAhead;
 
 class TagReader : public Object {
 public:
@@ -24,7 +25,8 @@ public:
     TagReader(const TagReader&) = delete;
     TagReader& operator=(const TagReader&) = delete;
 
-    // Walks a directory and everything below it, depth first.
+    // Walks a directory and everything below it, depth first. With more than
+    // one core, the media probes of the files ahead run on worker threads.
     void readDir(const String& path);
     // Handles one file: dir ends with "/" (or is empty), name is the file's name in it.
     void read(const String& dir, const String& name);
@@ -38,6 +40,7 @@ public:
     const MainArguments& args() const { return arguments; }
 
 private:
+    void walkDir(const String& path);
     // One transaction around persist: committed, or rolled back and reported;
     // tried again when another run took the file's ids.
     void persistInTransaction(const FileInfo& file);
@@ -51,6 +54,7 @@ private:
     TagStore store;     // the connection, the current directory (currentDir) and the last ids (dirId, fileId)
     String fileRule;    // 80 "=": opens each file's report
     String sectionRule; // 80 "-": opens each verbose section and each file's rows
+    ProbeAhead* ahead_ = nullptr; // during a walk on more than one core
 };
 
 } // namespace ZELd

@@ -18,8 +18,9 @@
 
 namespace ZELd {
 
-// onFile(directory, name) for every entry that is not a directory (the
-// directory ends with "/"); onDirectory(path) for every subdirectory.
+// onFile(dir, name) for every entry that is not a directory (dir.path() ends
+// with "/", and dir tells what follows the entry); onDirectory(path) for every
+// subdirectory.
 template <class OnFile, class OnDirectory>
 void walkTree(const String& path, OnFile onFile, OnDirectory onDirectory)
 {
@@ -27,7 +28,7 @@ void walkTree(const String& path, OnFile onFile, OnDirectory onDirectory)
     Dir::Entry entry;
     while (dir.read(entry)) {
         const String& name = entry.name();
-        if (!entry.isDir()) onFile(dir.path(), name);
+        if (!entry.isDir()) onFile(static_cast<const Dir&>(dir), name);
         else if (name.compare(L"..", name.length()) != 0) onDirectory(dir.path() + name);
     }
 }

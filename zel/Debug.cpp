@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "zel/Utf8.h"
 #include "zel/Writer.h"
@@ -47,8 +48,12 @@ TrackedHeader* gHead = nullptr;
 size_t gOwnBlocks = 0, gOwnBytes = 0;
 
 // The blocks without source are only counted. Libraries allocate thousands
-// of them for every file, so the count is kept without a locked instruction:
-// exact for one thread, and never undefined should another one allocate.
+// of them for every file, so each thread counts its own, in a cell that only
+// it writes (a relaxed load and store: no lock, no locked instruction), and
+// the report sums the cells. A block freed by another thread than the one that
+// allocated it makes one cell go up and another down; the sum stays exact.
+// Cells are made with the C allocator, outside the counts, and never released, so the
+// counts of a thread that has ended stay in the sum.
 class Tally {
 public:
     void add(size_t n) { value_.store(value_.load(std::memory_order_relaxed) + n, std::memory_order_relaxed); }
@@ -58,7 +63,45 @@ public:
 private:
     std::atomic<size_t> value_{0};
 };
-Tally gOtherBlocks, gOtherBytes;
+
+// One cache line each: a thread's counting does not slow the others down.
+struct alignas(64) ThreadCounts {
+    Tally blocks, bytes;
+    ThreadCounts* next = nullptr;
+};
+
+std::mutex& cellsLock()
+{
+    static std::mutex m;
+    return m;
+}
+ThreadCounts* gCells = nullptr;              // every thread's cell, under cellsLock
+thread_local ThreadCounts* tCounts = nullptr; // this thread's, registered at its first block
+
+ThreadCounts& threadCounts()
+{
+    if (tCounts) return *tCounts;
+    void* raw = std::aligned_alloc(alignof(ThreadCounts), sizeof(ThreadCounts));
+    if (!raw) std::abort(); // no cell, no exact count: nothing sensible is left to do
+    auto* cell = new (raw) ThreadCounts;
+    std::lock_guard<std::mutex> lock(cellsLock());
+    cell->next = gCells;
+    gCells = cell;
+    return *(tCounts = cell);
+}
+
+// The blocks and bytes held by code without source, over every thread.
+std::pair<size_t, size_t> otherCounts()
+{
+    size_t blocks = 0, bytes = 0;
+    std::lock_guard<std::mutex> lock(cellsLock());
+    for (const ThreadCounts* c = gCells; c; c = c->next) {
+        blocks += c->blocks.load();
+        bytes += c->bytes.load();
+    }
+    return {blocks, bytes};
+}
+
 Writer* gReport = nullptr;
 
 // The largest request since the last reset; a plain load on the common path.
@@ -79,8 +122,9 @@ void* allocPlain(size_t size)
     if (!h) return nullptr;
     h->size = size;
     h->tag = kPlain;
-    gOtherBlocks.add(1);
-    gOtherBytes.add(size);
+    ThreadCounts& counts = threadCounts();
+    counts.blocks.add(1);
+    counts.bytes.add(size);
     return h + 1;
 }
 
@@ -111,8 +155,9 @@ void release(void* block)
     uint64_t* tag = static_cast<uint64_t*>(block) - 1;
     if (*tag == kPlain) {
         auto* h = static_cast<PlainHeader*>(block) - 1;
-        gOtherBlocks.sub(1);
-        gOtherBytes.sub(h->size);
+        ThreadCounts& counts = threadCounts();
+        counts.blocks.sub(1);
+        counts.bytes.sub(h->size);
         h->tag = kFreed;
         std::free(h);
     } else if (*tag == kTracked) {
@@ -150,9 +195,18 @@ void* ZELDebugMalloc(size_t size, int kind, const char* path, int line)
 void ZELDebugFree(void* block, int, const char*, int) { release(block); }
 
 void ZELDebugSetGlobalReport(Writer* report) { gReport = report; }
+
+namespace {
+thread_local std::wstring* tCaptured = nullptr;
+}
+
+std::wstring* ZELDebugCaptureReport(std::wstring* into) { return std::exchange(tCaptured, into); }
+
 void ZELDebugReport(const std::wstring& text)
 {
-    if (gReport) {
+    if (tCaptured) {
+        tCaptured->append(text);
+    } else if (gReport) {
         gReport->write(text.data(), text.size());
         gReport->flush();
     } else {
@@ -170,8 +224,9 @@ void ZELDebugAssert(const char* path, int line, const char* expression)
 
 ZELDebugMemoryStatus ZELDebugMemory()
 {
+    const auto [otherBlocks, otherBytes] = otherCounts();
     std::lock_guard<std::mutex> lock(listLock());
-    return {gOwnBlocks, gOwnBytes, gOtherBlocks.load(), gOtherBytes.load()};
+    return {gOwnBlocks, gOwnBytes, otherBlocks, otherBytes};
 }
 
 size_t ZELDebugLargestBlock() { return gLargest.load(std::memory_order_relaxed); }
@@ -188,11 +243,12 @@ void ZELDebugDumpGlobalMemoryLeak(int level, Writer& out)
     constexpr size_t kMaxListed = 100;
     Leak leaks[kMaxListed];
     size_t listed = 0;
+    const auto [otherBlocks, otherBytes] = otherCounts();
     ZELDebugMemoryStatus status;
     {
         std::lock_guard<std::mutex> lock(listLock());
         for (TrackedHeader* h = gHead; h && listed < kMaxListed; h = h->next) leaks[listed++] = {h->path, h->line, h->size};
-        status = {gOwnBlocks, gOwnBytes, gOtherBlocks.load(), gOtherBytes.load()};
+        status = {gOwnBlocks, gOwnBytes, otherBlocks, otherBytes};
     }
     if (status.ownBlocks == 0 && level == 0) return; // nothing of the program's own is held: nothing to say
     for (size_t i = 0; i < listed; ++i) out.printf(L"Memory leak [%s(%d)] size[%zd]\n", leaks[i].path, leaks[i].line, leaks[i].size);

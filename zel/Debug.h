@@ -47,7 +47,14 @@ void ZELDebugTrace(const char* /*path*/, int /*line*/, const wchar_t* format, co
 }
 
 // The writer that receives assertions and traces; null: standard error.
+// It belongs to the main thread.
 void ZELDebugSetGlobalReport(Writer* report);
+
+// While `into` is set, the calling thread's assertions and traces are
+// appended to it instead of going to the report, so that a worker thread
+// can hand them to the main thread to print in their place. Null ends the
+// capture. Returns the text the thread captured into before.
+std::wstring* ZELDebugCaptureReport(std::wstring* into);
 
 // Lists the program's blocks still held (path, line, size), then counts them
 // and the blocks held by code that gave no source (the C++ runtime, libraries).

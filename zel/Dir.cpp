@@ -81,6 +81,15 @@ bool Dir::isOpenAbove(dev_t dev, ino_t ino) const
     return false;
 }
 
+bool Dir::peekRegularFile(size_t ahead, String& name) const
+{
+    if (ahead >= order_.size() - next_) return false;
+    const uint64_t item = order_[next_ + ahead];
+    if ((item & 0xFF) != DT_REG) return false;
+    name = fromNativePath(names_.data() + (item >> 8));
+    return true;
+}
+
 bool Dir::read(Entry& entry)
 {
     while (next_ < order_.size()) {

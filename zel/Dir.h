@@ -36,6 +36,11 @@ public:
 
     // The next entry; false at the end.
     bool read(Entry& entry);
+    // The name of the entry that comes `ahead` places after the one read
+    // last (0: the next one), when the directory lists it as a regular file:
+    // read will yield it as a file. False for a directory, a link, an entry
+    // of unknown type, or past the end. Nothing is read or traced.
+    bool peekRegularFile(size_t ahead, String& name) const;
     // The directory's path, ending with "/".
     const String& path() const { return path_; }
 

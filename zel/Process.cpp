@@ -4,6 +4,7 @@
 #include <cstring>
 #include <cstdio>
 #include <langinfo.h>
+#include <sched.h>
 
 #include "zel/Debug.h"
 
@@ -13,6 +14,15 @@ void ZELInitializeD()
 {
     const char* codeset = ::nl_langinfo(CODESET);
     if (!codeset || std::strcmp(codeset, "UTF-8") != 0) std::setlocale(LC_CTYPE, "C.UTF-8");
+}
+
+unsigned ZELUsableCores()
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (::sched_getaffinity(0, sizeof set, &set) != 0) return 1;
+    const int count = CPU_COUNT(&set);
+    return count > 1 ? static_cast<unsigned>(count) : 1;
 }
 
 void ZELCleanupD()

@@ -9,4 +9,8 @@ namespace ZELd {
 void ZELInitializeD();
 void ZELCleanupD();
 
+// The number of cores the process may run on (its affinity mask: taskset
+// limits it), at least 1.
+unsigned ZELUsableCores();
+
 } // namespace ZELd

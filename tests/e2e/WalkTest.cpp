@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <map>
 #include <regex>
+#include <thread>
 
 #include "support/Catalogue.h"
 
@@ -67,6 +68,7 @@ std::vector<Entry> entries()
         {"b.Mp3", 'f', v23 + audio + v1, 301, "", "", kAudio, {"v23", "v1"}, {1, 0, 1, 0, 0, 0, 0}},
         {"c-fifo.mp3", 'p', "", 0, "Open Failed: not a regular file", "", kNoMedia, {}, failed},
         {"c.mp3.bak", 'f', audio + v1}, {"d-locked.mp3", '0', audio, 0, "Open Failed", " (Permission denied)", kNoMedia, {}, failed},
+        {"d-locked.wav", '0', audio, 0, "MediaInfo Open Failed", "", kNoMedia},
         {"d.ogg", 'f', "not really audio\n", 0, "", "", kNoMedia}, {"e", 'f', audio},
         {"e-loop1.mp3", 'l', "e-loop2.mp3", 0, "Open Failed", " (Too many levels of symbolic links)", kNoMedia, {}, failed},
         {"e-loop2.mp3", 'l', "e-loop1.mp3", 0, "Open Failed", " (Too many levels of symbolic links)", kNoMedia, {}, failed},
@@ -260,6 +262,70 @@ TEST_F(Walk, StoredNamesAreValidUtf8OnEveryEngine)
         EXPECT_EQ(names.back(), Row{kLongName});
         EXPECT_EQ(catalogue.rows("SELECT PATH FROM STOR_DIR WHERE PATH LIKE '%j-%'").at(0).at(0), root + "/j-\xef\xbf\xbd/");
     }
+}
+
+// The probes made ahead on worker threads change nothing the user sees: the
+// output, the error output and every row (but the times of storing) are
+// those of a run on one core. (On a one-core machine both runs take one core.)
+TEST_F(Walk, EveryCoreGivesWhatOneCoreGives)
+{
+    struct Run {
+        std::vector<std::string> cores;
+        Catalogue catalogue{"SQLite"};
+        Result result{};
+    } runs[] = {{{"/usr/bin/taskset", "-c", "0"}}, {{}}};
+    sonarcat({"--dry-run", root}, asNobody(), 120); // reading every file settles its access time first
+    for (Run& r : runs) {
+        for (const std::string& p : {std::filesystem::path(r.catalogue.file()).parent_path().string(), r.catalogue.file()}) (void)!::chown(p.c_str(), 65534, 65534);
+        std::vector<std::string> argv = r.cores;
+        argv.insert(argv.end(), {SONARCAT_BINARY, "--verbose", "--database=" + r.catalogue.database(), root});
+        r.result = run(argv, asNobody(), 120);
+        for (size_t at; (at = r.result.out.find(r.catalogue.database())) != std::string::npos;) r.result.out.replace(at, r.catalogue.database().size(), "<db>");
+    }
+    EXPECT_EQ(maskTimes(runs[1].result.out), maskTimes(runs[0].result.out));
+    EXPECT_EQ(runs[1].result.err, runs[0].result.err);
+    EXPECT_NE(runs[0].result.out.find("INSERT STOR_FILE"), std::string::npos) << runs[0].result.err;
+    for (const char* table : {"SELECT DIR_ID, PATH FROM STOR_DIR ORDER BY 1",
+                              "SELECT FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, FILE_ER, MEDI_FM, "
+                              "MEDI_WI, MEDI_HE, MEDI_DU, MEDI_NF, READ_CO FROM STOR_FILE ORDER BY 1",
+                              "SELECT * FROM ID3V1 ORDER BY 1", "SELECT * FROM ID3V2 ORDER BY 1", "SELECT * FROM ID3V2_FRAME ORDER BY 1, 2",
+                              "SELECT * FROM APE ORDER BY 1", "SELECT * FROM APE_ITEM ORDER BY 1, 2"})
+        EXPECT_EQ(runs[1].catalogue.rows(table), runs[0].catalogue.rows(table)) << table;
+}
+
+// A file rewritten after the workers probed it, before its turn, is reported
+// as it is at its turn. The run is held on its full output pipe while the
+// workers probe ahead; then every file is rewritten.
+TEST(WalkAhead, AFileRewrittenAfterItsProbeIsReportedAsItIsAtItsTurn)
+{
+    TempDir top;
+    const Tree tree(top / "music");
+    const std::string picture = readFile(dataFile("tagged/cover.png"));
+    for (int i = 0; i < 300; ++i) tree.file("t-" + std::to_string(1000 + i) + ".mp3", audio);
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    Launch held;
+    held.out = pipe[1];
+    Program run({SONARCAT_BINARY, "--verbose", tree.root()}, held);
+    ::close(pipe[1]);
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    ASSERT_TRUE(run.running()) << "the output pipe did not hold the run";
+    for (int i = 0; i < 300; ++i) writeFile(tree / ("t-" + std::to_string(1000 + i) + ".mp3"), picture);
+    std::string out;
+    char buffer[65536];
+    for (ssize_t n; (n = ::read(pipe[0], buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<size_t>(n));
+    ::close(pipe[0]);
+    run.finish();
+    static const std::regex block(R"(FILE\[t-\d+\.mp3\]\n    tags\[\d+\] size\[(\d+)\][^\n]*\n    format\[([^\]]*)\])");
+    size_t before = 0, after = 0;
+    for (auto m = std::sregex_iterator(out.begin(), out.end(), block); m != std::sregex_iterator(); ++m) {
+        const bool rewritten = (*m)[1] == std::to_string(picture.size());
+        EXPECT_EQ((*m)[2], rewritten ? "PNG" : "MPEG Audio") << (*m)[0];
+        ++(rewritten ? after : before);
+    }
+    EXPECT_EQ(before + after, 300u);
+    EXPECT_GT(before, 0u);
+    EXPECT_GT(after, 0u);
 }
 
 // What ends the walk ends it with the closing lines: a PATH that is not

@@ -176,7 +176,7 @@ inline size_t occurrences(const std::string& text, const std::string& what)
 // then work at the size that only long runs can show.
 inline bool longRun() { return std::getenv("SONARCAT_TEST_SCALE") && std::string(std::getenv("SONARCAT_TEST_SCALE")) == "long"; }
 
-#if defined(__SANITIZE_ADDRESS__) // it cannot run under valgrind, and its quarantine grows with the work done
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) // it cannot run under valgrind, and its shadow memory grows with the work done
 inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <tuple>
 
 #include "support/ReportCapture.h"
@@ -42,6 +43,30 @@ TEST(DebugAllocator, BlocksWithASourceAreListedOthersOnlyCounted)
     EXPECT_NE(leakReport().find(where), std::wstring::npos) << "an object is listed with the line that made it";
     probe->destroy();
     EXPECT_EQ(leakReport().find(where), std::wstring::npos);
+}
+
+// Blocks made on one thread and freed on another keep the counts exact; a
+// thread that captures its traces keeps them off the report.
+TEST(DebugAllocator, CountsStayExactAcrossThreadsAndCapturedTracesStayOffTheReport)
+{
+    testsupport::ReportCapture report;
+    std::wstring captured;
+    captured.reserve(64); // made here: the worker's count is its blocks alone
+    const ZELDebugMemoryStatus before = ZELDebugMemory();
+    void* blocks[100];
+    std::thread([&] {
+        ZELDebugCaptureReport(&captured);
+        for (void*& b : blocks) b = ZELDebugMalloc(64, ZELAllocBuffer, nullptr, 0);
+        ZEL_TRACE(L"from a worker %d\n", 7);
+        ZELDebugCaptureReport(nullptr);
+    }).join();
+    const ZELDebugMemoryStatus during = ZELDebugMemory();
+    for (void* b : blocks) ZELDebugFree(b, ZELFreeBuffer, nullptr, 0);
+    const ZELDebugMemoryStatus after = ZELDebugMemory();
+    EXPECT_EQ(std::pair(during.otherBlocks, during.otherBytes), std::pair(before.otherBlocks + 100, before.otherBytes + 6400));
+    EXPECT_EQ(std::pair(after.otherBlocks, after.otherBytes), std::pair(before.otherBlocks, before.otherBytes));
+    EXPECT_EQ(captured, L"from a worker 7\n");
+    EXPECT_EQ(report.text, L"");
 }
 
 TEST(DebugAllocator, FailedAssertionsAreReportedAndReturn)

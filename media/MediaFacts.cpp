@@ -1,0 +1,39 @@
+#define ZEL_SOURCE "media/MediaFacts"
+#include "media/MediaFacts.h"
+
+#include <utility>
+
+#include "media/FileInfo.h"
+#include "media/MediaInfo.h"
+
+namespace ZELd {
+
+MediaFacts MediaFacts::probe(const String& path)
+{
+    MediaFacts facts;
+    MediaInfo media(path);
+    facts.inform = media.inform_r();
+    facts.format = media.format();
+    if (media.videoCount() > 0) {
+        facts.width = media.videoWidth(0);
+        facts.height = media.videoHeight(0);
+        facts.duration = static_cast<uint32_t>(media.videoDurationAsSeconds(0));
+    } else if (media.audioCount() > 0) {
+        facts.duration = static_cast<uint32_t>(media.audioDurationAsSeconds(0));
+    } else if (media.imageCount() > 0) {
+        facts.width = media.imageWidth(0);
+        facts.height = media.imageHeight(0);
+    }
+    return facts;
+}
+
+void MediaFacts::moveTo(FileInfo& info)
+{
+    info.inform = std::move(inform);
+    info.format = std::move(format);
+    info.width = width;
+    info.height = height;
+    info.duration = duration;
+}
+
+} // namespace ZELd
