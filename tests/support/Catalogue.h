@@ -235,11 +235,6 @@ public:
     std::string count(const std::string& table) const { return rows("SELECT COUNT(*) FROM " + table).at(0).at(0); }
 
 private:
-    bool moduleBuilt() const
-    {
-        return std::filesystem::exists(std::filesystem::path(SONARCAT_BINARY).parent_path() / ("lib" + engine_->driver + ".so"));
-    }
-
     const Engine* engine_ = nullptr;
     std::string settings_, db_, database_, missing_;
     TempDir dir_;
