@@ -2,6 +2,7 @@
 #include "media/MediaInfo.h"
 
 #include <cerrno>
+#include <memory>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,18 +44,6 @@ const char* const kInterface[] = {
     "MediaInfoList_Count_Get_Files",
 };
 
-struct Library {
-    SharedLibrary* module = nullptr;
-    int loads = 0;
-    NewFn create = nullptr;
-    OpenFn open = nullptr;
-    CloseFn close = nullptr;
-    DeleteFn remove = nullptr;
-    InformFn inform = nullptr;
-    GetFn get = nullptr;
-    OptionFn option = nullptr;
-} gLib;
-
 // Container format, content subtype.
 const wchar_t* const __formatToType__[20] = {
     L"ShockWave", L"x-shockwave-flash", L"Flash Video", L"x-flv", L"AVI", L"avi", L"MPEG Audio", L"mpeg",
@@ -75,27 +64,75 @@ bool hasEscapedBytes(const String& path)
 
 } // namespace
 
+struct MediaInfoLibrary {
+    SharedLibrary* module = nullptr;
+    int loads = 0;
+    NewFn create = nullptr;
+    OpenFn open = nullptr;
+    CloseFn close = nullptr;
+    DeleteFn remove = nullptr;
+    InformFn inform = nullptr;
+    GetFn get = nullptr;
+    OptionFn option = nullptr;
+
+    // Takes the module and its functions; on failure deletes the module and
+    // throws DllException.
+    void bind(SharedLibrary* loaded)
+    {
+        try {
+            for (const char* name : kInterface) loaded->symbol(name);
+            create = reinterpret_cast<NewFn>(loaded->symbol("MediaInfo_New"));
+            open = reinterpret_cast<OpenFn>(loaded->symbol("MediaInfo_Open"));
+            close = reinterpret_cast<CloseFn>(loaded->symbol("MediaInfo_Close"));
+            remove = reinterpret_cast<DeleteFn>(loaded->symbol("MediaInfo_Delete"));
+            inform = reinterpret_cast<InformFn>(loaded->symbol("MediaInfo_Inform"));
+            get = reinterpret_cast<GetFn>(loaded->symbol("MediaInfo_Get"));
+            option = reinterpret_cast<OptionFn>(loaded->symbol("MediaInfo_Option"));
+        } catch (Exception*) {
+            delete loaded;
+            *this = MediaInfoLibrary();
+            throw;
+        }
+        module = loaded;
+    }
+};
+
+namespace {
+MediaInfoLibrary gLib; // the library as the program loaded it
+thread_local const MediaInfoLibrary* tOwnCopy; // the calling thread's copy, if it has one
+
+const MediaInfoLibrary& library() { return tOwnCopy ? *tOwnCopy : gLib; }
+} // namespace
+
 void MediaInfo::initialize()
 {
     if (!gLib.module) {
-        SharedLibrary* module = ZEL_NEW SharedLibrary(kLibraryName);
-        try {
-            for (const char* name : kInterface) module->symbol(name);
-            gLib.create = reinterpret_cast<NewFn>(module->symbol("MediaInfo_New"));
-            gLib.open = reinterpret_cast<OpenFn>(module->symbol("MediaInfo_Open"));
-            gLib.close = reinterpret_cast<CloseFn>(module->symbol("MediaInfo_Close"));
-            gLib.remove = reinterpret_cast<DeleteFn>(module->symbol("MediaInfo_Delete"));
-            gLib.inform = reinterpret_cast<InformFn>(module->symbol("MediaInfo_Inform"));
-            gLib.get = reinterpret_cast<GetFn>(module->symbol("MediaInfo_Get"));
-            gLib.option = reinterpret_cast<OptionFn>(module->symbol("MediaInfo_Option"));
-        } catch (Exception*) {
-            delete module;
-            gLib = Library();
-            throw;
-        }
-        gLib.module = module;
+        gLib.bind(ZEL_NEW SharedLibrary(kLibraryName));
         ++gLib.loads;
     }
+}
+
+MediaInfo::ThreadCopy::ThreadCopy()
+{
+    if (!gLib.module || tOwnCopy) return;
+    auto copy = std::make_unique<MediaInfoLibrary>();
+    try {
+        copy->bind(gLib.module->loadCopy());
+    } catch (Exception* e) {
+        e->destroy(); // the thread shares the program's copy
+        return;
+    }
+    library_ = copy.release();
+    tOwnCopy = library_;
+}
+
+MediaInfo::ThreadCopy::~ThreadCopy()
+{
+    MediaInfoLibrary* copy = library_;
+    if (!copy) return;
+    tOwnCopy = nullptr;
+    delete copy->module;
+    delete copy;
 }
 
 void MediaInfo::cleanup()
@@ -103,13 +140,15 @@ void MediaInfo::cleanup()
     if (!gLib.module) return;
     if (--gLib.loads <= 0) {
         delete gLib.module;
-        gLib = Library();
+        gLib = MediaInfoLibrary();
     }
 }
 
-MediaInfo::MediaInfo(const String& path)
+MediaInfo::MediaInfo(const String& path) : library_(nullptr)
 {
     initialize();
+    const MediaInfoLibrary& lib = library();
+    library_ = &lib;
     std::string native = nativePath(path);
     struct stat st;
     if (::stat(native.c_str(), &st) != 0) {
@@ -126,9 +165,9 @@ MediaInfo::MediaInfo(const String& path)
         }
         name = String::format(L"/proc/self/fd/%d", fd_);
     }
-    handle_ = gLib.create();
-    if (!handle_ || gLib.open(handle_, name.c_str()) == 0) {
-        if (handle_) gLib.remove(handle_);
+    handle_ = lib.create();
+    if (!handle_ || lib.open(handle_, name.c_str()) == 0) {
+        if (handle_) lib.remove(handle_);
         handle_ = nullptr;
         if (fd_ >= 0) ::close(fd_);
         throw ZEL_NEW IOException(path, L"MediaInfo Open Failed");
@@ -137,19 +176,20 @@ MediaInfo::MediaInfo(const String& path)
 
 MediaInfo::~MediaInfo()
 {
-    if (handle_ && gLib.module) {
-        gLib.close(handle_);
-        gLib.remove(handle_);
+    const MediaInfoLibrary& lib = *library_;
+    if (handle_ && lib.module) {
+        lib.close(handle_);
+        lib.remove(handle_);
     }
     if (fd_ >= 0) ::close(fd_);
 }
 
 String MediaInfo::get(int streamKind, uint64_t number, const wchar_t* parameter) const
 {
-    return copy(gLib.get(handle_, streamKind, number, parameter, 1, 0));
+    return copy(library_->get(handle_, streamKind, number, parameter, 1, 0));
 }
 
-String MediaInfo::inform() const { return copy(gLib.inform(handle_, 0)); }
+String MediaInfo::inform() const { return copy(library_->inform(handle_, 0)); }
 
 String MediaInfo::inform_r() const
 {
@@ -166,7 +206,7 @@ String MediaInfo::option(const wchar_t* option, const wchar_t* value) const
 {
     ZEL_ASSERT(option != NULL);
     if (!option) return String();
-    return copy(gLib.option(handle_, option, value ? value : L""));
+    return copy(library_->option(handle_, option, value ? value : L""));
 }
 
 String MediaInfo::format() const { return get(General, 0, L"Format"); }

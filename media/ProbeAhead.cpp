@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include "media/MediaInfo.h"
 #include "zel/Debug.h"
 #include "zel/Dir.h"
 #include "zel/Exception.h"
@@ -91,6 +92,7 @@ ProbeAhead::~ProbeAhead()
 
 void ProbeAhead::work()
 {
+    MediaInfo::ThreadCopy library;
     std::unique_lock<std::mutex> lock(lock_);
     for (;;) {
         queued_.wait(lock, [this] { return stopping_ || started_ < window_.size(); });

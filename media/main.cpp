@@ -84,10 +84,16 @@ void run(MainArguments& args)
     if (args.verbose()) out << L"      [" << args.toString() << L"]" << endl;
     out << separator << endl;
     MediaInfo::initialize();
-    try {
-        __main(args);
-    } catch (Exception* e) {
-        report(args, e);
+    {
+        // The library as loaded keeps what it caches until the process ends;
+        // a copy of the thread's own is unloaded whole at the end of the walk,
+        // so that what is left does not depend on which thread probed what.
+        MediaInfo::ThreadCopy library;
+        try {
+            __main(args);
+        } catch (Exception* e) {
+            report(args, e);
+        }
     }
     MediaInfo::cleanup();
     try {
