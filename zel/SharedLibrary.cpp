@@ -7,6 +7,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
+#include <mutex>
 #include <sys/mman.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
@@ -23,6 +24,15 @@ String loaderMessage()
     const char* m = ::dlerror();
     return m ? fromNativePath(m) : String(L"unknown error");
 }
+// The loader serialises loads and unloads behind a lock of its own, which
+// ThreadSanitizer cannot see: threads that load and unload their own copies
+// take this one too, so that its bookkeeping is not reported as a race.
+std::mutex& loaderLock()
+{
+    static std::mutex lock;
+    return lock;
+}
+
 // Copies the whole of one open file into another.
 bool copyWhole(int from, int to)
 {
@@ -40,11 +50,16 @@ bool copyWhole(int from, int to)
 
 SharedLibrary::SharedLibrary(const char* fileName) : name_(fromNativePath(fileName))
 {
+    std::lock_guard<std::mutex> guard(loaderLock());
     handle_ = ::dlopen(fileName, RTLD_NOW | RTLD_LOCAL);
     if (!handle_) throw ZEL_NEW DllException(name_, loaderMessage());
 }
 
-SharedLibrary::~SharedLibrary() { ::dlclose(handle_); }
+SharedLibrary::~SharedLibrary()
+{
+    std::lock_guard<std::mutex> guard(loaderLock());
+    ::dlclose(handle_);
+}
 
 SharedLibrary* SharedLibrary::loadCopy() const
 {
@@ -66,7 +81,11 @@ SharedLibrary* SharedLibrary::loadCopy() const
     }
     char path[64];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d", copy);
-    void* handle = ::dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    void* handle = nullptr;
+    {
+        std::lock_guard<std::mutex> guard(loaderLock());
+        handle = ::dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    }
     ::close(copy); // the loader's mapping keeps the copy
     if (!handle) throw ZEL_NEW DllException(name_, loaderMessage());
     return ZEL_NEW SharedLibrary(name_, handle);

@@ -56,14 +56,16 @@ TEST(ScaledMemory, PeakDoesNotGrowWithTheTree)
     for (const std::string& engine : engineNames()) modes.push_back(engine);
     for (const std::string& mode : modes) {
         long peak[2] = {0, 0};
-        bool pageCache = false; // an SQLite catalogue file: its page cache (2,000 KiB) fills as the file grows
+        // What varies from run to run whatever the tree: an SQLite catalogue's page cache (2,000 KiB) fills
+        // as the file grows; the probing threads' copies of MediaInfo are paged in as they run (one more or less).
+        long slack = mode == "census" ? 0 : 4000;
         for (int t = 0; t < 2; ++t) {
             std::vector<std::string> argv = {"/usr/bin/time", "-f", "%M", "-o", top / "peak", SONARCAT_BINARY, trees[t]}; // from a small parent
             Catalogue catalogue(mode == "census" || mode == "normal" ? "SQLite" : mode);
             if (mode == "census") argv.push_back("--summary");
             if (mode != "census" && mode != "normal") argv.push_back("--database=" + catalogue.database());
             if (catalogue.database().empty()) break;
-            pageCache = argv.back().starts_with("--database") && !catalogue.engine().variable;
+            if (t == 0 && argv.back().starts_with("--database") && !catalogue.engine().variable) slack += 2000;
             const Result r = run(argv, {}, 3600);
             EXPECT_EQ(r.err.find("Memory"), std::string::npos) << mode << r.err.substr(0, 2000);
             EXPECT_EQ(occurrences(r.out, "\nFILE["), mode == "census" ? 0 : sizes[t]) << mode;
@@ -72,7 +74,7 @@ TEST(ScaledMemory, PeakDoesNotGrowWithTheTree)
         }
         if (!peak[1]) continue;
         std::printf("%-10s peak resident memory: %ld KB at %zu files, %ld KB at %zu files\n", mode.c_str(), peak[0], sizes[0], peak[1], sizes[1]);
-        EXPECT_LE(peak[1], peak[0] + peak[0] / 10 + (pageCache ? 2000 : 0)) << mode << ": the larger tree needs more than 10% above the smaller";
+        EXPECT_LE(peak[1], peak[0] + peak[0] / 10 + slack) << mode << ": the larger tree needs more than 10% above the smaller";
     }
 }
 
