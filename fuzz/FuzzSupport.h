@@ -1,11 +1,9 @@
-// What the harnesses share: a quiet debug report, a file in memory, and the
+// What the harnesses share: a quiet debug report, and the
 // check that an input leaves none of the program's blocks behind (they live
 // on the allocator's own list, where no leak checker sees them lost).
 #pragma once
 
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -35,20 +33,6 @@ inline void quiet()
     static const bool done = (ZELd::ZELDebugSetGlobalReport(&devNull()), true);
     (void)done;
 }
-
-// A regular file in memory holding the bytes, opened by its /proc path.
-class MemFile {
-public:
-    MemFile(const std::string& bytes) : fd_(::memfd_create("fuzz", MFD_CLOEXEC))
-    {
-        if (fd_ < 0 || ::write(fd_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) std::abort();
-    }
-    ~MemFile() { ::close(fd_); }
-    ZELd::String path() const { return ZELd::fromNativePath(("/proc/self/fd/" + std::to_string(fd_)).c_str()); }
-
-private:
-    int fd_;
-};
 
 class OwnBlocks {
 public:

@@ -1,5 +1,5 @@
-// Writes the seed corpora: OUT/<harness>/<n>. The sample files whole for
-// tag_location; each frame of their ID3v2 tags, after the byte that picks its
+// Writes the seed corpora: OUT/<harness>/<n>. The sample files whole, and the
+// untagged ones, for tag_location; each frame of their ID3v2 tags, after the byte that picks its
 // owner, for id3v2_frame; and command lines.
 //   fuzz-seeds OUT
 #include <filesystem>
@@ -46,6 +46,8 @@ int main(int argc, char** argv)
         seed("tag_location", s.bytes);
         frames(s.bytes);
     }
+    for (const auto& e : std::filesystem::directory_iterator(SONARCAT_TEST_DATA))
+        if (e.path().extension() == ".mp3") seed("tag_location", testsupport::readFile(e.path()));
     for (const std::string& s : {"sonarcat\0-sv\0--dry-run\0/music"s, "sonarcat\0-d\0DRIVER=x\0-snv\0a\0b"s, "sonarcat\0--help"s, "sonarcat\0--verbose=yes\0x"s,
                                  "sonarcat\0--database= driver = ZELPostgreSQL ;PASSWORD=se=cret;SERVER=h/5432;\0."s,
                                  "sonarcat\0-dINSERT INTO T (A, B) VALUES (:A, :B) -- :C\nSELECT ':D', \"E?\", x::int, ?, :A\0--\0-v"s})

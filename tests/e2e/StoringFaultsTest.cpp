@@ -1,10 +1,8 @@
-// Faults while storing: the database server stopped under a run, the program
-// killed in the middle of a file, an SQLite file that cannot grow, an output
-// that fails. After each,
-// every stored file holds all of its rows and no row lacks its file or
-// directory, the program says what happened, and the next run stores the
-// whole tree again under new ids. Long runs repeat each fault ten times at
-// random depths into one catalogue, on a tree of 2,000 files.
+// Faults while storing: the database server stopped under a run, the program killed
+// in the middle of a file, an SQLite file that cannot grow, an output that fails.
+// After each, every stored file holds all of its rows and no row lacks its file or
+// directory, the program says what happened, and the next run stores the whole tree
+// again under new ids. Long runs repeat each fault ten times on 2,000 files.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -157,9 +155,8 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
     Stage stage(engine);
     if (stage.catalogue.database().empty()) GTEST_SKIP() << stage.catalogue.unreachable();
     for (int round = 0; round < scale().rounds && !HasFailure(); ++round) {
-        // On one core: a run that probes ahead on every core can end a small
-        // tree before a slow catalogue (SQLCipher derives its key at each look)
-        // has been looked at often enough to pause it inside a file.
+        // On one core: on every core a small tree can end before a slow catalogue
+        // (SQLCipher derives its key at each look) is seen inside a file.
         Program run({"/usr/bin/taskset", "-c", "0", SONARCAT_BINARY, "--database=" + stage.catalogue.database(), stage.tree.root()});
         std::pair<size_t, bool> paused;
         ASSERT_TRUE(pauseRun(run, stage.catalogue, read(stage.catalogue).files.size() + stage.depth(), true, paused)) << "the run ended first";
@@ -193,11 +190,7 @@ struct OwnServer {
         ::chmod(home.path().c_str(), 0755);
         return run({"/bin/bash", script, action, home / "server", mode}, {environment("C.UTF-8")}, 120);
     }
-    static std::string lowerCase(std::string s)
-    {
-        for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        return s;
-    }
+    static std::string lowerCase(std::string s) { return std::transform(s.begin(), s.end(), s.begin(), ::tolower), s; }
     TempDir home;
     std::string script;
     Result started;
@@ -258,8 +251,7 @@ TEST(ScaledDiskFull, EveryFileThatDoesNotFitFailsWholeAndTheWalkGoesOn)
 {
     Stage stage("SQLite");
     const uintmax_t full = std::filesystem::file_size(stage.reference.file());
-    Launch bounded;
-    bounded.fileSizeLimit = static_cast<long long>(longRun() ? ((5 << 20) + full) / 2 : full / 4);
+    const Launch bounded{environment(), static_cast<long long>(longRun() ? ((5 << 20) + full) / 2 : full / 4)};
     ASSERT_TRUE(!longRun() || full > 2 * (5 << 20)) << "the tree is too small to fill more than the log";
     const Result end = sonarcat({"--database=" + stage.catalogue.database(), stage.tree.root()}, bounded, 600);
     EXPECT_TRUE(closes(end.out));
@@ -294,9 +286,7 @@ TEST(ScaledOutputFails, EndsTheWalkWithOneMessageAndNoFileInPart)
         SCOPED_TRACE(std::string(c.what) + " in " + dir);
         const size_t files = scale().perDir;
         Catalogue catalogue("SQLite");
-        Launch launch;
-        std::tie(launch.out, launch.err) = std::tuple(c.out, c.err);
-        const Result r = sonarcat({"--verbose", "--database=" + catalogue.database(), stage.tree / dir}, launch, 600);
+        const Result r = sonarcat({"--verbose", "--database=" + catalogue.database(), stage.tree / dir}, {environment(), 0, false, c.out, c.err}, 600);
         EXPECT_EQ(std::tuple(r.status, r.signal), std::tuple(0, 0)) << r.err;
         const Stored stored = read(catalogue);
         expectWhole(stored, stage.clean);

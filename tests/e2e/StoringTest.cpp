@@ -1,6 +1,6 @@
 // Storing: every table of every engine holds what the report shows; ids,
-// --dry-run, a file that fails in the middle of its rows, and the databases
-// that cannot be opened.
+// --dry-run, a file that fails in the middle of its rows, runs at once, and
+// the databases and drivers that cannot be used.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -85,7 +85,6 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
     database = loosely(database, catalogue.engine().driver != "ZELODBC");
     auto r = store({"--verbose"});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("Database connected. ["), std::string::npos);
     const std::string a = top + "/", s = top + "/b-sub/";
     EXPECT_NE(r.err.find("Title is NULL TAG Title[] Artist[] Album[] Year[] Comment[] Track[0] Genre[0] [" + s + "s1.mp3]\n"),
               std::string::npos) << r.err;
@@ -141,24 +140,20 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
     EXPECT_NE(r.out.find("    INSERT STOR_DIR [1003][" + a + "]\n    INSERT STOR_FILE [10003][c2.mp3]\n"), std::string::npos);
 }
 
-TEST_P(Storing, SecondRunContinuesFromTheStoredIds)
-{
-    store();
-    auto r = store();
-    EXPECT_NE(r.out.find("    INSERT STOR_DIR [1004][" + top + "/]\n    INSERT STOR_FILE [10006][a1.mp3]\n"), std::string::npos) << r.out;
-    EXPECT_EQ(catalogue.rows("SELECT COUNT(*), MIN(FILE_ID), MAX(FILE_ID) FROM STOR_FILE"), (std::vector<Row>{{"10", "10001", "10010"}}));
-    EXPECT_EQ(catalogue.rows("SELECT MAX(DIR_ID) FROM STOR_DIR"), (std::vector<Row>{{"1006"}}));
-}
-
-TEST_P(Storing, DryRunConnectsButWritesNothing)
+// A dry run connects and writes nothing; each run after it continues from the stored ids.
+TEST_P(Storing, DryRunWritesNothingAndEachRunContinuesFromTheStoredIds)
 {
     database = loosely(database, catalogue.engine().driver != "ZELODBC");
     auto r = store({"--dry-run"});
     EXPECT_NE(r.out.find("Database connected. ["), std::string::npos);
     EXPECT_NE(r.out.find("FILE[a1.mp3]"), std::string::npos);
     EXPECT_EQ(r.out.find("INSERT"), std::string::npos);
-    EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM STOR_FILE"), (std::vector<Row>{{"0"}}));
-    EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM STOR_DIR"), (std::vector<Row>{{"0"}}));
+    EXPECT_EQ(catalogue.count("STOR_FILE") + catalogue.count("STOR_DIR"), "00");
+    store();
+    r = store();
+    EXPECT_NE(r.out.find("    INSERT STOR_DIR [1004][" + top + "/]\n    INSERT STOR_FILE [10006][a1.mp3]\n"), std::string::npos) << r.out;
+    EXPECT_EQ(catalogue.rows("SELECT COUNT(*), MIN(FILE_ID), MAX(FILE_ID) FROM STOR_FILE"), (std::vector<Row>{{"10", "10001", "10010"}}));
+    EXPECT_EQ(catalogue.rows("SELECT MAX(DIR_ID) FROM STOR_DIR"), (std::vector<Row>{{"1006"}}));
 }
 
 TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
@@ -169,7 +164,6 @@ TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
     for (const std::string& sql : catalogue.engine().rejectFrame) catalogue.rows(catalogue.fill(sql, "TBAD"));
     auto r = store();
     EXPECT_NE(r.err.find("frame rejected"), std::string::npos) << r.err;
-    EXPECT_NE(r.out.find("    INSERT STOR_FILE [10001][a0-bad.mp3]\n"), std::string::npos);
     for (const char* table : {"STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
         EXPECT_EQ(catalogue.rows(std::string("SELECT COUNT(*) FROM ") + table + " WHERE FILE_ID = 10001"), (std::vector<Row>{{"0"}})) << table;
     // The next file of the same directory writes its directory row again.
@@ -178,8 +172,6 @@ TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
               (std::vector<Row>{{"1002", a}, {"1003", a + "b-sub/"}, {"1004", a}}));
     EXPECT_EQ(catalogue.rows("SELECT FILE_ID, DIR_ID FROM STOR_FILE ORDER BY FILE_ID"),
               (std::vector<Row>{{"10002", "1002"}, {"10003", "1003"}, {"10004", "1004"}, {"10005", "1004"}, {"10006", "1004"}}));
-    EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM STOR_FILE F LEFT JOIN STOR_DIR D ON D.DIR_ID = F.DIR_ID WHERE D.DIR_ID IS NULL"),
-              (std::vector<Row>{{"0"}}));
     EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM ID3V2_FRAME"), (std::vector<Row>{{"8"}}));
 }
 
@@ -234,7 +226,6 @@ void expectNoWalk(const std::string& database, const std::string& message, const
     EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
 }
 
-// A wrong password, a server that is down, a database that is not there.
 TEST_P(Storing, CatalogueThatCannotBeOpenedStopsBeforeTheWalk)
 {
     for (const auto& [refused, message] : catalogue.engine().refusals) expectNoWalk(catalogue.fill(refused), catalogue.fill(message));
@@ -287,11 +278,9 @@ TEST(StoringRefused, NoDriverKeyMeansNoDatabase)
 {
     TempDir dir;
     writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
-    for (const std::string& database : {std::string("DATABASE=x.sqlite3"), std::string("DRIVER=   ;DATABASE=x")}) {
-        auto r = sonarcat({"--database=" + database, dir.path()});
-        EXPECT_EQ(r.out.find("Database connected"), std::string::npos);
-        EXPECT_NE(r.out.find("FILE[a.mp3]"), std::string::npos);
-        EXPECT_EQ(r.out.find("INSERT"), std::string::npos);
+    for (const char* database : {"DATABASE=x.sqlite3", "DRIVER=   ;DATABASE=x"}) {
+        const std::string out = sonarcat({"--verbose", "--database=" + std::string(database), dir.path()}).out;
+        EXPECT_TRUE(out.find("FILE[a.mp3]") != std::string::npos && out.find("Database connected") == std::string::npos && out.find("INSERT") == std::string::npos) << out;
     }
 }
 

@@ -1,10 +1,8 @@
-// Damaged copies of the sample files, read as the program reads tags: four
-// bytes overwritten by FF FF FF FF, 7F FF FF FF, 7F 7F 7F 7F (the largest size
-// seven bits a byte hold), 80 00 00 00 or 00 00 00 80 at
-// every offset of the first 2 KB and the last 512 bytes, and the file cut at
-// each of those lengths (long runs: every offset and every length). No copy
-// may leave a block of the program behind, ask for a block larger than itself
-// but for a fixed slack, or take a second.
+// Damaged copies of the sample files, read as the program reads tags: four bytes
+// overwritten by FF FF FF FF, 7F FF FF FF, 7F 7F 7F 7F, 80 00 00 00 or 00 00 00 80
+// at every offset of the first 2 KB and the last 512 bytes, and the file cut at each
+// of those lengths (long runs: everywhere). No copy may leave a block of the program
+// behind, ask for a block larger than itself but for a fixed slack, or take a second.
 #include <gtest/gtest.h>
 
 #include <cstdio>

@@ -118,9 +118,7 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
         EXPECT_EQ(std::tuple(t.fsbits(), ids(t)), std::tuple(std::max(c.fsbits, 0), std::wstring(c.ids)));
         EXPECT_EQ(t.version(), c.fsbits < 0 ? 0 : c.bytes[3]) << "the header copy is made once the body is read";
         EXPECT_EQ(t.frames().isEmpty() ? 0u : t.frames()[0]->size(), c.firstSize);
-        if (c.firstSize >= 200) {
-            EXPECT_EQ(t.frames()[0]->text().str(), std::wstring(199, L'a'));
-        }
+        EXPECT_TRUE(c.firstSize < 200 || t.frames()[0]->text().str() == std::wstring(199, L'a')) << "a frame of 128 bytes or more reads whole";
         EXPECT_EQ(report.text.substr(0, c.trace.size()), c.trace);
         EXPECT_EQ(report.text.empty(), c.trace.empty()) << testing::PrintToString(report.text);
     }

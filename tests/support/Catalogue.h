@@ -1,13 +1,11 @@
-// A fresh catalogue for a test on any engine the tests can reach, made with
-// the engine's own client and schema file as a user makes it, and its rows
-// read back through the program's SQL layer. Each engine is a row of
-// engines(): texts in which {db}, {schema}, {settings}, {SERVER}, {PORT},
-// {USER}, {PASSWORD}, {FILES} (where a server makes its database files) and
-// {1} (a column, a frame id) are filled in.
+// A fresh catalogue for a test on any engine the tests can reach, made with the
+// engine's own client and schema file as a user makes it, and its rows read back
+// through the program's SQL layer. Each engine is a row of engines(): texts in which
+// {db}, {schema}, {settings}, {SERVER}, {PORT}, {USER}, {PASSWORD}, {FILES} (where a
+// server makes its database files) and {1} (a column, a frame id) are filled in.
 #pragma once
 
 #include <atomic>
-#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -132,10 +130,8 @@ inline const std::vector<Engine>& engines()
         firebirdEngine("Firebird", "ZELFirebird", "SERVER={SERVER};DATABASE={FILES}/{db}.fdb"),
         firebirdEngine("InterBase", "ZELInterBase", "DATABASE={SERVER}:{FILES}/{db}.fdb"),
         {"ODBC PostgreSQL", "ZELODBC", "SONARCAT_TEST_POSTGRES", pgCreate, pgDrop, odbcPostgres, pgHex, pgTime, pgReject,
+         // The driver's own diagnostics reach the message; the native rows try each kind of refusal.
          {{"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "password authentication failed"},
-          {"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "database \"{db}_missing\" does not exist"},
-          {"DRIVER={PostgreSQL Unicode};SERVER=127.0.0.1;PORT=1;DATABASE={db};UID={USER};PWD={PASSWORD}",
-           "ZELODBC: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"},
           // Debian registers the driver as "PostgreSQL Unicode" and "PostgreSQL ANSI" only.
           {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}", "Can't open lib 'PostgreSQL' : file not found"}},
          // psqlODBC names no application: the program's is the one connection to the database writing rows.
@@ -146,9 +142,7 @@ inline const std::vector<Engine>& engines()
           {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"}},
          sqliteLocked},
         {"ODBC MariaDB", "ZELODBC", "SONARCAT_TEST_MARIADB", myCreate, myDrop, odbcMariaDB, myHex, myTime, myReject,
-         {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "Access denied for user '{USER}'"},
-          {"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "Unknown database '{db}_missing'"},
-          {"DRIVER={MariaDB Unicode};SERVER=127.0.0.1;PORT=1;DATABASE={db};UID={USER};PWD={PASSWORD}", "Can't connect to server on '127.0.0.1'"}},
+         {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "Unknown database '{db}_missing'"}},
          // The rows a transaction wrote are locked until it ends: a locking read that may not wait is refused.
          // (information_schema.INNODB_TRX would tell too, but it is a copy renewed at most every 0.1 s.)
          mariadb + "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE NOWAIT' 2>&1 | "
@@ -165,11 +159,7 @@ inline std::vector<std::string> engineNames()
 }
 
 // An engine's name as part of a test's name: letters, digits and '_'.
-inline std::string testName(std::string engine)
-{
-    for (char& c : engine) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-    return engine;
-}
+inline std::string testName(const std::string& engine) { return std::regex_replace(engine, std::regex("[^A-Za-z0-9]"), "_"); }
 
 class Catalogue {
 public:

@@ -23,9 +23,8 @@
 namespace testsupport {
 
 // The ODBC drivers as the system registers them, with psqlODBC's log of every
-// connection (CommLog=1 in Debian's odbcinst.ini) switched off, so that the
-// tests leave no /tmp/psqlodbc_*.log behind. The test process reads its
-// catalogues through it too: ODBCSYSINI is set here for both.
+// connection (CommLog=1 in Debian's odbcinst.ini) switched off: no /tmp/psqlodbc_*.log
+// left behind. ODBCSYSINI is set here for the test process too.
 inline const std::string& odbcConfiguration()
 {
     static const TempDir dir;
@@ -103,10 +102,7 @@ public:
         if (launch.out == -1) ::close(out);
         if (launch.err == -1) ::close(err);
     }
-    ~Program()
-    {
-        if (running()) ::kill(pid_, SIGKILL), wait(0);
-    }
+    ~Program() { if (running()) ::kill(pid_, SIGKILL), wait(0); }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
@@ -114,10 +110,7 @@ public:
     // Stops the program where it is (SIGSTOP); false when it has ended.
     bool pause() { return running() && ::kill(pid_, SIGSTOP) == 0 && !wait(WUNTRACED); }
     void resume() { signal(SIGCONT); }
-    void signal(int sig)
-    {
-        if (pid_ > 0 && !ended_) ::kill(pid_, sig);
-    }
+    void signal(int sig) { if (pid_ > 0 && !ended_) ::kill(pid_, sig); }
     // Waits for the end; a program still running after the time is killed.
     Result finish(int timeoutSeconds = 60)
     {

@@ -22,9 +22,8 @@ inline std::string be(uint32_t v, int bytes, int bitsPerByte = 8)
 inline std::string syncsafe(uint32_t v, int bytes) { return be(v, bytes, 7); }
 inline std::string le32(uint32_t v)
 {
-    std::string s = be(v, 4);
-    std::reverse(s.begin(), s.end());
-    return s;
+    const std::string s = be(v, 4);
+    return std::string(s.rbegin(), s.rend());
 }
 inline std::string field(const std::string& text, size_t width) { return (text + std::string(width, '\0')).substr(0, width); }
 

@@ -1,6 +1,7 @@
 // The SQL layer over each engine: queries with parameters return their rows
-// inside a transaction, two live queries of one text keep their own rows, and
-// a misused parameter fails with SQLException instead of binding nothing.
+// inside a transaction, two live queries of one text keep their own rows, a
+// misused parameter fails with SQLException, and values at the edges of their
+// kinds come back exactly.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -56,6 +57,16 @@ TEST_P(SQLLayer, QueriesOfOneTextKeepTheirOwnRowsInsideATransaction)
         insert.params().byName(L"TS")->setValue(DateTime(), SQL::TimestampWithoutZone);
         insert.execute();
     }
+    // A misused parameter fails naming itself and the statement, and binds nothing.
+    const std::wstring in = L" [" + kInsertDir.str() + L"]";
+    const std::pair<std::function<void()>, std::wstring> misuses[] = {
+        {[&] { insert.params().byName(L"DIR_ID")->setValue(1); }, L"No parameter [DIR_ID] in" + in},
+        {[&] { insert.params()[3].setValue(1); }, L"No parameter 3 in" + in + L": it has 3"},
+        {[&] { insert.params()[1].setValue(String(L"x"), SQL::Bytes); }, L"Parameter [PATH] of" + in + L": text cannot be bound as data type 14"},
+        {[&] { insert.params()[1].setValue(ByteString("x", 1), SQL::Text); }, L"Parameter [PATH] of" + in + L": bytes cannot be bound as data type 13"},
+        {[&] { insert.params()[2].setValue(DateTime(), 0); }, L"Parameter [TS] of" + in + L": a time cannot be bound with flags 0"},
+    };
+    for (const auto& [misuse, message] : misuses) EXPECT_EQ(failure(misuse), message);
     auto above = [](SQLQuery& q, int id) {
         q.prepare(L"SELECT DIR_ID FROM STOR_DIR WHERE DIR_ID > :ID ORDER BY DIR_ID");
         q.params()[0].setValue(id);
@@ -93,11 +104,7 @@ TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
     c.open(fromNativePath(catalogue.database().c_str()));
     c.startTrans();
     SQLQuery q(&c);
-    q.prepare(kInsertDir);
-    q.params().byName(L"ID")->setValue(1);
-    q.params().byName(L"PATH")->setValue(String(L"/d/"), SQL::Text);
-    q.params().byName(L"TS")->setValue(DateTime(), SQL::TimestampWithoutZone);
-    q.execute();
+    q.execute(L"INSERT INTO STOR_DIR (DIR_ID, PATH, CREA_TS, MODI_TS) VALUES (1, '/d/', CURRENT_TIMESTAMP, CURRENT_TIMESTAMP)");
     q.prepare(L"INSERT INTO STOR_FILE (FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, FILE_ER, "
               L"MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, MEDI_NF, READ_CO, CREA_TS, MODI_TS) VALUES (:ID, '', :INT, 0, 0, 1, '', :SIZE, :TS, :TS, :TS, '', "
               L"'', :WIDTH, 0, 0, :REPORT, 0, :TS, :TS)");
@@ -122,31 +129,13 @@ TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
     }
     const std::vector<std::vector<std::wstring>> expected = {{L"1", L"2147483647", L"0", L"2147483648", L""},
                                                              {L"9223372036854775807", L"-2147483648", L"9223372036854775807", L"4294967295", report}};
-    EXPECT_TRUE(got == expected) << "got " << got.size() << " rows; the long text came back with " << (got.size() == 2 ? got[1][4].size() : 0)
-                                 << " characters, not " << report.size();
-    for (size_t r = 0; r < std::min(got.size(), expected.size()); ++r)
-        for (size_t i = 0; i < 4; ++i) EXPECT_EQ(toUtf8(got[r][i]), toUtf8(expected[r][i])) << "row " << r << ", column " << i;
+    ASSERT_EQ(got.size(), expected.size());
+    for (size_t r = 0; r < got.size(); ++r)
+        for (size_t i = 0; i < 5; ++i)
+            EXPECT_TRUE(got[r][i] == expected[r][i]) << "row " << r << ", column " << i << ": " << got[r][i].size() << " characters: " << toUtf8(got[r][i].substr(0, 40));
     c.rollbackTrans();
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()), [](const auto& info) { return testName(info.param); });
-
-TEST(SQLParams, MisuseFailsNamingTheParameterAndTheStatement)
-{
-    Catalogue catalogue("SQLite");
-    SQLConnection c(L"ZELSQLite3");
-    c.open(fromNativePath(catalogue.database().c_str()));
-    SQLQuery q(&c);
-    q.prepare(kInsertDir);
-    const std::wstring in = L" [" + kInsertDir.str() + L"]";
-    const std::pair<std::function<void()>, std::wstring> cases[] = {
-        {[&] { q.params().byName(L"DIR_ID")->setValue(1); }, L"No parameter [DIR_ID] in" + in},
-        {[&] { q.params()[3].setValue(1); }, L"No parameter 3 in" + in + L": it has 3"},
-        {[&] { q.params()[1].setValue(String(L"x"), SQL::Bytes); }, L"Parameter [PATH] of" + in + L": text cannot be bound as data type 14"},
-        {[&] { q.params()[1].setValue(ByteString("x", 1), SQL::Text); }, L"Parameter [PATH] of" + in + L": bytes cannot be bound as data type 13"},
-        {[&] { q.params()[2].setValue(DateTime(), 0); }, L"Parameter [TS] of" + in + L": a time cannot be bound with flags 0"},
-    };
-    for (const auto& [misuse, message] : cases) EXPECT_EQ(failure(misuse), message);
-}
 
 } // namespace
