@@ -2,8 +2,8 @@
 #include "media/MediaInfo.h"
 
 #include <cerrno>
-#include <memory>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -66,7 +66,6 @@ bool hasEscapedBytes(const String& path)
 
 struct MediaInfoLibrary {
     SharedLibrary* module = nullptr;
-    int loads = 0;
     NewFn create = nullptr;
     OpenFn open = nullptr;
     CloseFn close = nullptr;
@@ -99,6 +98,7 @@ struct MediaInfoLibrary {
 
 namespace {
 MediaInfoLibrary gLib; // the library as the program loaded it
+int gLoads = 0;
 thread_local const MediaInfoLibrary* tOwnCopy; // the calling thread's copy, if it has one
 
 const MediaInfoLibrary& library() { return tOwnCopy ? *tOwnCopy : gLib; }
@@ -108,7 +108,7 @@ void MediaInfo::initialize()
 {
     if (!gLib.module) {
         gLib.bind(ZEL_NEW SharedLibrary(kLibraryName));
-        ++gLib.loads;
+        ++gLoads;
     }
 }
 
@@ -138,13 +138,13 @@ MediaInfo::ThreadCopy::~ThreadCopy()
 void MediaInfo::cleanup()
 {
     if (!gLib.module) return;
-    if (--gLib.loads <= 0) {
+    if (--gLoads <= 0) {
         delete gLib.module;
         gLib = MediaInfoLibrary();
     }
 }
 
-MediaInfo::MediaInfo(const String& path) : library_(nullptr)
+MediaInfo::MediaInfo(const String& path)
 {
     initialize();
     const MediaInfoLibrary& lib = library();

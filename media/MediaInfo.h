@@ -70,7 +70,7 @@ public:
 private:
     String get(int streamKind, uint64_t number, const wchar_t* parameter) const;
 
-    const MediaInfoLibrary* library_; // the copy of the library that made the handle
+    const MediaInfoLibrary* library_ = nullptr; // the copy of the library that made the handle
     void* handle_ = nullptr;
     int fd_ = -1; // held open while the library reads the file through /proc/self/fd
 };

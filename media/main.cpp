@@ -33,6 +33,10 @@ void __main(const MainArguments& args)
         args.output() << L"[" << path << L"] " << counter.toString() << endl;
         return;
     }
+    // The library as loaded keeps what it caches until the process ends; a
+    // copy of the thread's own is unloaded whole after the walk, so that what
+    // is left does not depend on which thread probed which file.
+    MediaInfo::ThreadCopy library;
     TagReader reader(args);
     if (Files::isDirectory(path)) {
         reader.readDir(path);
@@ -84,16 +88,10 @@ void run(MainArguments& args)
     if (args.verbose()) out << L"      [" << args.toString() << L"]" << endl;
     out << separator << endl;
     MediaInfo::initialize();
-    {
-        // The library as loaded keeps what it caches until the process ends;
-        // a copy of the thread's own is unloaded whole at the end of the walk,
-        // so that what is left does not depend on which thread probed what.
-        MediaInfo::ThreadCopy library;
-        try {
-            __main(args);
-        } catch (Exception* e) {
-            report(args, e);
-        }
+    try {
+        __main(args);
+    } catch (Exception* e) {
+        report(args, e);
     }
     MediaInfo::cleanup();
     try {
