@@ -57,7 +57,7 @@ TEST_P(SQLLayer, QueriesOfOneTextKeepTheirOwnRowsInsideATransaction)
         insert.params().byName(L"TS")->setValue(DateTime(), SQL::TimestampWithoutZone);
         insert.execute();
     }
-    // A misused parameter fails naming itself and the statement, and binds nothing.
+    // A misused parameter fails, naming itself and the statement.
     const std::wstring in = L" [" + kInsertDir.str() + L"]";
     const std::pair<std::function<void()>, std::wstring> misuses[] = {
         {[&] { insert.params().byName(L"DIR_ID")->setValue(1); }, L"No parameter [DIR_ID] in" + in},
