@@ -70,7 +70,10 @@ SharedLibrary* SharedLibrary::loadCopy() const
     if (::dlinfo(handle_, RTLD_DI_LINKMAP, &map) != 0 || !map || !map->l_name || !*map->l_name)
         throw ZEL_NEW DllException(name_, loaderMessage());
     const int original = ::open(map->l_name, O_RDONLY | O_CLOEXEC);
-    if (original < 0) throw ZEL_NEW DllException(name_, fromNativePath(std::strerror(errno)));
+    if (original < 0) {
+        const int error = errno; // read before the allocation can touch it
+        throw ZEL_NEW DllException(name_, fromNativePath(std::strerror(error)));
+    }
     const int copy = ::memfd_create("library copy", MFD_CLOEXEC);
     const bool copied = copy >= 0 && copyWhole(original, copy);
     const int error = errno;
