@@ -181,7 +181,7 @@ TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
 // (long runs: 500 files a tree, ten times over).
 TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
 {
-    const size_t files = longRun() ? 500 : 120, rounds = longRun() ? 10 : 1;
+    const size_t files = longRun() ? 500 : 40, rounds = longRun() ? 10 : 1;
     const std::string bytes = id3v2(3, {{"TIT2", textBody("Shared")}}) + readFile(dataFile("sine-1s.mp3")) + ape(2000, {{"Title", "Shared"}}, true) + id3v1("Shared");
     std::vector<std::string> walkOrder[4];
     for (int k = 0; k < 4; ++k) {
