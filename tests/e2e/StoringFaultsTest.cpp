@@ -3,8 +3,6 @@
 // After each, every stored file holds all of its rows and no row lacks its file or
 // directory, the program says what happened, and the next run stores the whole tree
 // again under new ids. Long runs repeat each fault ten times on 2,000 files.
-// The rows a clean run stores are the same on every engine: the reference is an
-// SQLite catalogue.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -58,8 +56,7 @@ std::vector<std::string> makeTree(const Tree& tree, const Scale& s)
 // The stored files in id order: path and the number of rows in each tag table.
 struct Stored {
     std::vector<std::pair<long long, std::string>> files;
-    long long lastDir = 0;
-    long long orphans = 0; // rows without their file, directory or tag row; directory rows without a file
+    long long lastDir = 0, orphans = 0; // orphans: rows without their file, directory or tag row; directory rows without a file
 };
 
 Stored read(const Catalogue& c)
@@ -111,11 +108,9 @@ std::pair<size_t, bool> look(const Catalogue& c)
     return {std::stoul(c.count("STOR_FILE")), std::atoi(pending.out.c_str()) > 0};
 }
 
-// Lets the run store `first` files, then pauses it inside a file's transaction
-// or between files (anywhere, when many tries miss). The run moves only between
-// looks: up to `first`, for half the time the files still to come take at the
-// pace seen so far; then a little at a time. So a slow look cannot let a small
-// tree end. False when it ended first.
+// Lets the run store `first` files, then pauses it inside a file's transaction or between files (anywhere, when
+// many tries miss). It moves only between looks, so that a slow look cannot let a small tree end: up to `first`,
+// half the time the files to come take at the pace seen so far; then a little at a time. False when it ended first.
 bool pauseRun(Program& run, const Catalogue& c, size_t first, bool inAFile, std::pair<size_t, bool>& at)
 {
     using namespace std::chrono_literals;
@@ -123,7 +118,7 @@ bool pauseRun(Program& run, const Catalogue& c, size_t first, bool inAFile, std:
     size_t start = 0;
     for (int attempt = 0; attempt < 400; ++attempt) {
         if (!run.pause()) return false;
-        at = look(c);
+        try { at = look(c); } catch (const std::runtime_error&) { run.resume(), std::this_thread::sleep_for(slice); continue; } // paused holding a lock the look needs
         if (at.first >= first && (at.second == inAFile || attempt >= 200)) return true;
         if (attempt == 0) start = at.first;
         if (at.first >= first) slice = std::chrono::microseconds(100 + attempt * 397 % 1500);
@@ -138,7 +133,7 @@ bool pauseRun(Program& run, const Catalogue& c, size_t first, bool inAFile, std:
 
 bool closes(const std::string& out) { return out.rfind(std::string(80, '=') + "\nFinish [") == out.rfind(std::string(80, '=')) && out.ends_with("]\n"); }
 
-// A tree, and the rows of a clean run of it.
+// A tree, and the rows of a clean run of it (the same on every engine: in SQLite).
 struct Stage {
     explicit Stage(const std::string& engine, const std::string& settings = "") : catalogue(engine, settings), reference("SQLite")
     {
@@ -168,10 +163,8 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
     for (int round = 0; round < 2 * scale().rounds && !HasFailure(); ++round) {
         const int signal = round % 2 ? SIGINT : SIGKILL;
         SCOPED_TRACE(strsignal(signal));
-        // On one core: on every core a small tree can end before a slow catalogue
-        // (SQLCipher derives its key at each look) is seen inside a file.
         const size_t before = read(stage.catalogue).files.size();
-        Program run({"/usr/bin/taskset", "-c", "0", SONARCAT_BINARY, "--database=" + stage.catalogue.database(), stage.tree.root()});
+        Program run({SONARCAT_BINARY, "--database=" + stage.catalogue.database(), stage.tree.root()});
         std::pair<size_t, bool> paused;
         ASSERT_TRUE(pauseRun(run, stage.catalogue, before + stage.depth(), true, paused)) << "the run ended first";
         run.signal(signal);
@@ -239,8 +232,7 @@ TEST_P(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
         ASSERT_NE(rollback, std::string::npos) << end.err;
         bool told = false;
         for (const char* cause : {"terminating connection due to", "server closed the connection unexpectedly", "could not send data to server",
-                                  "could not receive data from server", "Error reading data from the connection",
-                                  "Error writing data to the connection", "shutdown"})
+                                  "could not receive data from server", "Error reading data from the connection", "Error writing data to the connection", "shutdown"})
             told = told || end.err.rfind(cause, rollback) != std::string::npos;
         EXPECT_TRUE(told && end.err.find("SQLException: Cannot ") < rollback) << "the failure behind the rollback is not reported:\n" << end.err;
         EXPECT_EQ(occurrences(end.err, "SQLException"), 2u) << end.err;

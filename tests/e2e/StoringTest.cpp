@@ -187,8 +187,7 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
     for (int k = 0; k < 4; ++k) {
         const Tree scanned(dir / ("disk" + std::to_string(k)));
         for (size_t i = 0; i < files; ++i) {
-            std::string name = "d0/f" + std::to_string(1000 + i) + ".mp3";
-            name[1] = static_cast<char>('0' + i % 3);
+            const std::string name = std::to_string(i % 3) + "/f" + std::to_string(1000 + i) + ".mp3"; // three directories
             walkOrder[k].push_back(i == 0 ? scanned.file(name, bytes) : scanned.make(name, walkOrder[k][0], 'h'));
         }
         std::sort(walkOrder[k].begin(), walkOrder[k].end());

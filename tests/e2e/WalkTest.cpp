@@ -178,12 +178,9 @@ protected:
             at = found == std::string::npos ? at : found + l.size();
         }
     }
-    static TempDir* top;
-    static std::string root;
+    static inline TempDir* top = nullptr;
+    static inline std::string root;
 };
-
-TempDir* Walk::top = nullptr;
-std::string Walk::root;
 
 TEST_F(Walk, ThePlainReportListsEveryEntryWithItsReasonInEveryLocale)
 {

@@ -96,8 +96,7 @@ inline const std::vector<Engine>& engines()
     // The ODBC rows: braces in DRIVER name an ODBC driver, not a placeholder.
     const std::string odbcPostgres = "DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
     // JournalMode=WAL: the SQLite module's journal; the ODBC driver's default, a rollback journal, costs a sync at every commit.
-    // Timeout=1000: a run that another run's commit has left behind waits the whole timeout for its busy error, and
-    // the program then stores the file again; runs at once would wait ten seconds at a time with the 10,000 of the tests before.
+    // Timeout=1000: a run left behind by another's commit waits out the whole timeout before the program tries the file again.
     const std::string odbcSQLite = "DRIVER={SQLite3};DATABASE={db};FKSupport=1;Timeout=1000;NoCreat=1;JournalMode=WAL";
     // Without OPTION=67108864 (several statements in one text): Connector/ODBC 3.1.15 loses 1 KB on every connection with it.
     const std::string odbcMariaDB = "DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
@@ -153,9 +152,9 @@ inline const std::vector<Engine>& engines()
     return all;
 }
 
-inline std::vector<std::string> engineNames()
+// The engines' names after `names`.
+inline std::vector<std::string> engineNames(std::vector<std::string> names = {})
 {
-    std::vector<std::string> names;
     for (const Engine& e : engines()) names.push_back(e.name);
     return names;
 }
