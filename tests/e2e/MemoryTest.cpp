@@ -1,8 +1,7 @@
-// Memory: a storing run of every kind of tag under valgrind's memcheck on
-// each engine (no invalid access, no use of undefined bytes, nothing
-// definitely lost, and the program's own leak report empty), and a peak that
-// does not grow with the library: 1,000 files against 100 (long runs: 100,000
-// against 1,000), in the census, the normal mode and storing on each engine.
+// Memory: a storing run of every kind of tag under valgrind's memcheck on each engine (no invalid
+// access, no use of undefined bytes, nothing definitely lost, and the program's own leak report empty),
+// and a peak that does not grow with the library: 1,000 files against 100 (long runs: 100,000 against
+// 1,000), in the census, the normal mode and storing on each engine.
 #include <gtest/gtest.h>
 
 #include "support/Catalogue.h"
@@ -13,7 +12,6 @@ namespace {
 
 // Rows that repeat an earlier row's driver module or client library are watched in long runs only.
 bool watchedInLongRunsOnly(const std::string& engine) { return !longRun() && (engine == "InterBase" || engine == "ODBC SQLite3" || engine == "ODBC MariaDB"); }
-
 
 class ScaledValgrind : public ::testing::TestWithParam<std::string> {};
 
