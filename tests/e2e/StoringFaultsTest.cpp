@@ -11,7 +11,7 @@
 #include <cctype>
 #include <cstring>
 #include <filesystem>
-#include <map>
+#include <optional>
 #include <random>
 #include <set>
 
@@ -100,38 +100,11 @@ void expectNextRunStoresAll(const Catalogue& c, const std::vector<std::string>& 
     EXPECT_GT(after.lastDir, before.lastDir);
 }
 
-// What a look at a (paused) run finds: the files committed, and whether the run
-// holds a transaction that has written rows.
+// What a look at a paused run finds: the files committed, and whether the run holds a transaction that wrote rows.
 std::pair<size_t, bool> look(const Catalogue& c)
 {
     const Result pending = run({"/bin/sh", "-c", c.fill(c.engine().pending)}, {environment("C.UTF-8")});
     return {std::stoul(c.count("STOR_FILE")), std::atoi(pending.out.c_str()) > 0};
-}
-
-// Lets the run store `first` files, then pauses it inside a file's transaction or between files (anywhere, when
-// many tries miss). It moves only between looks, so that a slow look cannot let a small tree end: up to `first`,
-// half the time the files to come take at the pace seen so far; then a little at a time. False when it ended first.
-bool pauseRun(Program& run, const Catalogue& c, size_t first, bool inAFile, std::pair<size_t, bool>& at)
-{
-    using namespace std::chrono_literals;
-    std::chrono::microseconds slice = 500us, ran = 0us;
-    size_t start = 0, failed = 0; // looks failed in a row
-    for (int attempt = 0; attempt < 400; ++attempt) {
-        if (!run.pause()) return false;
-        try { at = look(c), failed = 0; } catch (const std::runtime_error&) { // paused holding a lock the look needs: go on a little
-            if (++failed < 5) { run.resume(), std::this_thread::sleep_for(slice); continue; }
-            throw;
-        }
-        if (at.first >= first && (at.second == inAFile || attempt >= 200)) return true;
-        if (attempt == 0) start = at.first;
-        if (at.first >= first) slice = std::chrono::microseconds(100 + attempt * 397 % 1500);
-        else if (at.first > start) slice = std::clamp(ran * static_cast<long>(first - at.first) / static_cast<long>(2 * (at.first - start)), 200us, 50000us);
-        else slice = slice * 3 / 2; // not started yet
-        run.resume();
-        std::this_thread::sleep_for(slice);
-        ran += slice;
-    }
-    return false;
 }
 
 bool closes(const std::string& out) { return out.rfind(std::string(80, '=') + "\nFinish [") == out.rfind(std::string(80, '=')) && out.ends_with("]\n"); }
@@ -145,13 +118,41 @@ struct Stage {
         for (const auto& [id, file] : read(reference).files) clean.insert(file);
         EXPECT_EQ(clean.size(), paths.size()) << "the clean run did not store the whole tree";
     }
+    // Starts a run that stores up to half the tree more, then pauses inside a file's transaction or between files (anywhere,
+    // when many tries miss; where: `paused`). It moves only between looks: up to there, half the time the files to come take at
+    // the pace seen so far; then a little at a time. A run that ends first (on a loaded machine) is followed by up to two more.
+    size_t pause(bool inAFile)
+    {
+        using namespace std::chrono_literals;
+        for (int tries = 0; tries < 3; ++tries, run.reset()) { // a run not paused is ended before the next look
+            const size_t before = read(catalogue).files.size(), first = before + 1 + random() % std::max<size_t>(paths.size() / 2, 1);
+            run.emplace(std::vector<std::string>{SONARCAT_BINARY, "--database=" + catalogue.database(), tree.root()});
+            std::chrono::microseconds slice = 500us, ran = 0us;
+            size_t start = 0, failed = 0; // looks failed in a row
+            for (int attempt = 0; attempt < 400 && run->pause(); ++attempt) {
+                try { paused = look(catalogue), failed = 0; } catch (const std::runtime_error&) { // paused holding a lock the look needs: go on a little
+                    if (++failed < 5) { run->resume(), std::this_thread::sleep_for(slice); continue; }
+                    throw;
+                }
+                const auto [at, inside] = paused;
+                if (at >= first && (inside == inAFile || attempt >= 200)) return before;
+                if (attempt == 0) start = at;
+                if (at >= first) slice = std::chrono::microseconds(100 + attempt * 397 % 1500);
+                else if (at > start) slice = std::clamp(ran * static_cast<long>(first - at) / static_cast<long>(2 * (at - start)), 200us, 50000us);
+                else slice = slice * 3 / 2; // not started yet
+                run->resume(), std::this_thread::sleep_for(slice), ran += slice;
+            }
+        }
+        return 0;
+    }
     Catalogue catalogue, reference;
     TempDir dir;
     Tree tree{dir / "tree"};
     std::vector<std::string> paths = makeTree(tree, scale());
     std::set<std::string> clean;
     std::mt19937 random{7};
-    size_t depth() { return 1 + random() % std::max<size_t>(paths.size() / 2, 1); }
+    std::optional<Program> run; // the paused run, none when three ended first
+    std::pair<size_t, bool> paused;
 };
 
 class ScaledKilled : public ::testing::TestWithParam<std::string> {};
@@ -165,18 +166,17 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
     for (int round = 0; round < 2 * scale().rounds && !HasFailure(); ++round) {
         const int signal = round % 2 ? SIGINT : SIGKILL;
         SCOPED_TRACE(strsignal(signal));
-        const size_t before = read(stage.catalogue).files.size();
-        Program run({SONARCAT_BINARY, "--database=" + stage.catalogue.database(), stage.tree.root()});
-        std::pair<size_t, bool> paused;
-        ASSERT_TRUE(pauseRun(run, stage.catalogue, before + stage.depth(), true, paused)) << "the run ended first";
-        run.signal(signal);
-        run.resume();
-        const Result end = run.finish();
-        EXPECT_TRUE(paused.second) << "never paused inside a file's transaction";
+        stage.pause(true);
+        ASSERT_TRUE(stage.run) << "three runs ended first";
+        stage.run->signal(signal);
+        stage.run->resume();
+        const Result end = stage.run->finish();
+        const auto [paused, inAFile] = stage.paused;
+        EXPECT_TRUE(inAFile) << "never paused inside a file's transaction";
         EXPECT_EQ(end.signal, signal) << end.err;
         const Stored after = read(stage.catalogue);
-        EXPECT_GE(after.files.size(), paused.first);
-        EXPECT_LE(after.files.size(), paused.first + 1);
+        EXPECT_GE(after.files.size(), paused);
+        EXPECT_LE(after.files.size(), paused + 1);
         expectWhole(after, stage.clean);
     }
     expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
@@ -222,13 +222,11 @@ TEST_P(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
     for (int round = 0; round < 2 * scale().rounds && !HasFailure(); ++round) {
         const auto [mode, inAFile] = faults[round % 2];
         SCOPED_TRACE(std::string(mode) + (inAFile ? " in a file" : " between files"));
-        const size_t before = read(stage.catalogue).files.size();
-        Program run({SONARCAT_BINARY, "--database=" + stage.catalogue.database(), stage.tree.root()});
-        std::pair<size_t, bool> paused;
-        ASSERT_TRUE(pauseRun(run, stage.catalogue, before + stage.depth(), inAFile, paused)) << "the run ended first";
+        const size_t before = stage.pause(inAFile), paused = stage.paused.first;
+        ASSERT_TRUE(stage.run) << "three runs ended first";
         ASSERT_EQ(server.control("halt", mode).status, 0);
-        run.resume();
-        const Result end = run.finish();
+        stage.run->resume();
+        const Result end = stage.run->finish();
         ASSERT_FALSE(end.timedOut) << "the program hangs once the server is gone";
         const size_t rollback = end.err.find("SQLException: Cannot roll back: no connection to the server\n");
         ASSERT_NE(rollback, std::string::npos) << end.err;
@@ -243,8 +241,8 @@ TEST_P(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
         ASSERT_EQ(server.control("resume").status, 0);
         const Stored after = read(stage.catalogue);
         expectWhole(after, stage.clean);
-        EXPECT_GE(after.files.size(), std::string(mode) == "fast" ? paused.first : before);
-        EXPECT_LE(after.files.size(), paused.first + 1);
+        EXPECT_GE(after.files.size(), std::string(mode) == "fast" ? paused : before);
+        EXPECT_LE(after.files.size(), paused + 1);
     }
     expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
 }
