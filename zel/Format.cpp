@@ -1,5 +1,7 @@
 #include "zel/Format.h"
 
+#include <algorithm>
+
 #include "zel/String.h"
 #include "zel/Utf8.h"
 
@@ -169,6 +171,11 @@ bool convert(std::wstring& out, const Directive& directive, wchar_t conv, const 
 void formatInto(std::wstring& out, const wchar_t* format, const FormatArg* args, size_t count)
 {
     if (!format) return;
+    // Room for the whole text at once: a long argument (a tag's value) then costs one block of its own
+    // size, where growing by doubling would cost up to twice that.
+    size_t room = out.size() + std::char_traits<wchar_t>::length(format);
+    for (size_t i = 0; i < count; ++i) room += args[i].len + 24; // a number takes at most 23 characters
+    if (room > out.capacity()) out.reserve(std::max(room, 2 * out.capacity()));
     size_t next = 0;
     const wchar_t* p = format;
     while (*p) {

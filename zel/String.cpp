@@ -1,5 +1,6 @@
 #include "zel/String.h"
 
+#include <algorithm>
 #include <cwctype>
 #include <memory>
 
@@ -61,6 +62,7 @@ String String::tryString(const char* bytes, size_t n, size_t max)
 {
     std::wstring out;
     if (!bytes || n == 0 || max == 0) return String();
+    out.reserve(std::min(n, max)); // either reading makes at most that many characters
     const unsigned char* u = reinterpret_cast<const unsigned char*>(bytes);
     bool text = true;
     for (size_t i = 0; i < n && out.size() < max;) {
