@@ -26,6 +26,9 @@ struct TagCost {
     double seconds = 0;
     bool threw = false;     // an Exception ended the reading, as it may for a damaged file
     bool id3v1 = false;     // an ID3v1 tag was read
+    // No block larger than the file's bytes held as text (four bytes a character) but for a fixed slack
+    // (the path, a report line's builder): a block may not follow a size that the file cannot back.
+    bool withinFile(size_t fileSize) const { return largest <= sizeof(wchar_t) * fileSize + 4096; }
 };
 
 class TagReading {
