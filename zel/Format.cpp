@@ -172,7 +172,7 @@ void formatInto(std::wstring& out, const wchar_t* format, const FormatArg* args,
 {
     if (!format) return;
     // Room for the whole text at once: a long argument (a tag's value) then costs one block of its own
-    // size, where growing by doubling would cost up to twice that.
+    // size, where growing by doubling would cost up to twice that. Texts count whole, even under a precision.
     size_t room = out.size() + std::char_traits<wchar_t>::length(format);
     for (size_t i = 0; i < count; ++i) room += args[i].len + 24; // a number takes at most 23 characters
     if (room > out.capacity()) out.reserve(std::max(room, 2 * out.capacity()));
