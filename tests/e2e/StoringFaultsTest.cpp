@@ -114,6 +114,7 @@ struct Stage {
     explicit Stage(const std::string& engine, const std::string& settings = "") : catalogue(engine, settings), reference("SQLite")
     {
         if (catalogue.database().empty()) return;
+        for (const std::string& sql : catalogue.engine().slow) catalogue.rows(sql);
         sonarcat({"--database=" + reference.database(), tree.root()}, {}, 600);
         for (const auto& [id, file] : read(reference).files) clean.insert(file);
         EXPECT_EQ(clean.size(), paths.size()) << "the clean run did not store the whole tree";
@@ -171,6 +172,7 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
         stage.run->signal(signal);
         stage.run->resume();
         const Result end = stage.run->finish();
+        for (int wait = 0; wait < 100 && look(stage.catalogue).second; ++wait) std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the server ends it
         const size_t paused = stage.paused.first;
         EXPECT_EQ(end.signal, signal) << end.err;
         const Stored after = read(stage.catalogue);
