@@ -27,9 +27,8 @@ struct Scale {
 };
 Scale scale() { return longRun() ? Scale{40, 50, 200, 10} : Scale{4, 30, 150, 1}; }
 
-// Files with from no rows to hundreds; every value names its file. The first
-// file of an even directory writes a line on standard error while it is stored
-// ("Title is NULL"), that of an odd one while its tags are read (traces).
+// Files with from no rows to hundreds, every value naming its file, and one in the middle with 3,000. The first file of an even
+// directory writes a line on standard error while it is stored ("Title is NULL"), that of an odd one while its tags are read (traces).
 std::vector<std::string> makeTree(const Tree& tree, const Scale& s)
 {
     const std::string audio = readFile(dataFile("sine-1s.mp3"));
@@ -50,6 +49,8 @@ std::vector<std::string> makeTree(const Tree& tree, const Scale& s)
         const size_t kind = i % s.perDir == 0 ? 4 + i / s.perDir % 2 : i % 4;
         paths.push_back(tree.file(dir + (i % 10 == 3 ? "notes" + f + ".txt" : "f" + f + ".mp3"), bytes[kind]));
     }
+    const std::string middle = "d" + std::to_string(s.dirs / 2 - 1) + "/z.mp3"; // past where any pause is asked for
+    paths.push_back(tree.file(middle, id3v2(3, std::vector<Frame>(3000, {"PRIV", std::string("owner\0", 6) + std::string(200, 'z')})) + audio));
     return paths;
 }
 
@@ -138,7 +139,7 @@ struct Stage {
                 const auto [at, inside] = paused;
                 if (at >= first && inside == inAFile) return before;
                 if (attempt == 0) start = at;
-                if (at >= first) slice = std::chrono::microseconds(100 + attempt * 397 % 1500);
+                if (at >= first) slice = std::chrono::microseconds(200 + attempt * 397 % 3000);
                 else if (at > start) slice = std::clamp(ran * static_cast<long>(first - at) / static_cast<long>(2 * (at - start)), 200us, 50000us);
                 else slice = slice * 3 / 2; // not started yet
                 run->resume(), std::this_thread::sleep_for(slice), ran += slice;
@@ -169,8 +170,7 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
         SCOPED_TRACE(strsignal(signal));
         stage.pause(true);
         ASSERT_TRUE(stage.run) << "no run was seen inside a file's transaction";
-        stage.run->signal(signal);
-        stage.run->resume();
+        stage.run->signal(signal), stage.run->resume();
         const Result end = stage.run->finish();
         for (int wait = 0; wait < 100 && look(stage.catalogue).second; ++wait) std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the server ends it
         const size_t paused = stage.paused.first;
@@ -288,7 +288,7 @@ TEST(ScaledOutputFails, EndsTheWalkWithOneMessageAndNoFileInPart)
     };
     for (int n = 0; n < 2 * static_cast<int>(std::size(cases)); ++n) {
         const auto& c = cases[n / 2];
-        const std::string dir = n % 2 ? "d1" : "d0"; // the first failed write comes while storing, while reading tags
+        const std::string dir = n % 2 ? "d3" : "d0"; // the first failed write comes while storing, while reading tags
         SCOPED_TRACE(std::string(c.what) + " in " + dir);
         const size_t files = scale().perDir;
         Catalogue catalogue("SQLite");
@@ -306,8 +306,7 @@ TEST(ScaledOutputFails, EndsTheWalkWithOneMessageAndNoFileInPart)
         EXPECT_NE(r.err.find(std::string("IOException: Write Failed [descriptor 1] (") + std::strerror(c.error) + ")\n"), std::string::npos) << r.err;
         EXPECT_LT(stored.files.size(), files / 2) << "the walk went on";
     }
-    ::close(pipe[1]);
-    ::close(full);
+    ::close(pipe[1]), ::close(full);
 }
 
 } // namespace
