@@ -248,7 +248,7 @@ TEST_P(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
     expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, ScaledServerStopped, ::testing::Values("PostgreSQL", "Firebird"));
+INSTANTIATE_TEST_SUITE_P(Engines, ScaledServerStopped, ::testing::Values("PostgreSQL", "Firebird"), [](const auto& info) { return testName(info.param); });
 
 // An SQLite file bounded in size: every file that does not fit fails on its
 // own with the cause, and the walk goes to the end. Long runs set the bound
