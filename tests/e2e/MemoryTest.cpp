@@ -41,7 +41,7 @@ TEST_P(ScaledValgrind, AStoringRunHasNoErrorAndLosesNothing)
     EXPECT_EQ(sonarcat(args).err.find("Memory leak"), std::string::npos);
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, ScaledValgrind, ::testing::ValuesIn(engineNames()), [](const auto& info) { return testName(info.param); });
+INSTANTIATE_TEST_SUITE_P(Engines, ScaledValgrind, ::testing::ValuesIn(engineNames()), testName);
 
 class ScaledMemory : public ::testing::TestWithParam<std::string> {};
 
@@ -85,6 +85,6 @@ TEST_P(ScaledMemory, PeakDoesNotGrowWithTheTree)
     EXPECT_LE(peak[1], peak[0] + peak[0] / 10 + slack) << "the larger tree needs more than 10% above the smaller";
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, ScaledMemory, ::testing::ValuesIn(engineNames({"census", "normal"})), [](const auto& info) { return testName(info.param); });
+INSTANTIATE_TEST_SUITE_P(Modes, ScaledMemory, ::testing::ValuesIn(engineNames({"census", "normal"})), testName);
 
 } // namespace

@@ -183,7 +183,7 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
     expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, ScaledKilled, ::testing::ValuesIn(engineNames()), [](const auto& info) { return testName(info.param); });
+INSTANTIATE_TEST_SUITE_P(Engines, ScaledKilled, ::testing::ValuesIn(engineNames()), testName);
 
 // A server of the test's own, which it may stop and start again: the .ci
 // script named after the engine's variable (SONARCAT_TEST_POSTGRES: .ci/postgres).
@@ -248,7 +248,7 @@ TEST_P(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
     expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, ScaledServerStopped, ::testing::Values("PostgreSQL", "Firebird"), [](const auto& info) { return testName(info.param); });
+INSTANTIATE_TEST_SUITE_P(Engines, ScaledServerStopped, ::testing::Values("PostgreSQL", "Firebird"), testName);
 
 // An SQLite file bounded in size: every file that does not fit fails on its
 // own with the cause, and the walk goes to the end. Long runs set the bound

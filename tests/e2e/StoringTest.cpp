@@ -283,6 +283,6 @@ TEST(StoringRefused, NoDriverKeyMeansNoDatabase)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, Storing, ::testing::ValuesIn(engineNames()), [](const auto& info) { return testName(info.param); });
+INSTANTIATE_TEST_SUITE_P(Engines, Storing, ::testing::ValuesIn(engineNames()), testName);
 
 } // namespace

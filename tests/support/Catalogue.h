@@ -163,8 +163,8 @@ inline std::vector<std::string> engineNames(std::vector<std::string> names = {})
     return names;
 }
 
-// An engine's name as part of a test's name: letters, digits and '_'.
-inline std::string testName(const std::string& engine) { return std::regex_replace(engine, std::regex("[^A-Za-z0-9]"), "_"); }
+// The name of a test on an engine's row (its TestParamInfo): the engine's name in letters, digits and '_'.
+inline const auto testName = [](const auto& row) { return std::regex_replace(row.param, std::regex("[^A-Za-z0-9]"), "_"); };
 
 class Catalogue {
 public:

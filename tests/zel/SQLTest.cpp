@@ -136,6 +136,6 @@ TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
     c.rollbackTrans();
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()), [](const auto& info) { return testName(info.param); });
+INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()), testName);
 
 } // namespace
