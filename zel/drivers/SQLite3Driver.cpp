@@ -21,7 +21,7 @@ namespace {
 using namespace ZELd::sqldriver;
 
 // Another run storing into the same file holds it for a moment: wait for it.
-constexpr int kBusyTimeoutMilliseconds = 10000;
+constexpr int kBusyTimeoutMilliseconds = 10000, kSetUpRetryMilliseconds = 5;
 const char* const kSetUp = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;";
 
 // The last failure on the connection; a key another run took, or a database
@@ -159,7 +159,13 @@ public:
         // A file that is not a database (or, encrypted, one the key does not
         // open) fails on its first read: find out before anything is written.
         if (!run("SELECT count(*) FROM sqlite_master", error)) return close(unreadable(error.message) + " [" + *file + "]", error);
-        if (!run(kSetUp, error)) return close(error.message, error);
+        // Turning a new catalogue's journal into a write-ahead log needs the file to
+        // itself; while another run opens it SQLite says "locked" at once, without
+        // waiting: wait here as long as for a busy catalogue.
+        for (int waited = 0; !run(kSetUp, error); waited += kSetUpRetryMilliseconds) {
+            if (!error.conflict || waited >= kBusyTimeoutMilliseconds) return close(error.message, error);
+            sqlite3_sleep(kSetUpRetryMilliseconds);
+        }
         return true;
     }
 
