@@ -133,6 +133,12 @@ String SQLField::asString() const
     }
 }
 
+ByteString SQLField::asBytes() const
+{
+    if (value_->kind != Value::Bytes && value_->kind != Value::Text) return ByteString();
+    return ByteString(value_->bytes.data(), value_->bytes.size());
+}
+
 SQLField& SQLFields::operator[](size_t index)
 {
     ZEL_ASSERT(index < fields_.size());

@@ -132,6 +132,8 @@ public:
     int64_t asInt64() const;
     // A number in decimal, or the text; empty for anything else.
     String asString() const;
+    // The bytes of a binary value, or the UTF-8 of a text; empty for anything else.
+    ByteString asBytes() const;
 
 private:
     friend class SQLQuery;

@@ -10,6 +10,7 @@
 
 using namespace testsupport;
 using namespace ZELd;
+using namespace std::string_literals;
 
 namespace {
 
@@ -134,6 +135,53 @@ TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
         for (size_t i = 0; i < 5; ++i)
             EXPECT_TRUE(got[r][i] == expected[r][i]) << "row " << r << ", column " << i << ": " << got[r][i].size() << " characters: " << toUtf8(got[r][i].substr(0, 40));
     c.rollbackTrans();
+}
+
+// The column types of the engine's database for bytes and for text of any length.
+std::pair<std::string, std::string> longColumns(const Engine& engine)
+{
+    if (engine.create.find("postgresql.sql") != std::string::npos) return {"BYTEA", "TEXT"};
+    if (engine.create.find("mariadb.sql") != std::string::npos) return {"LONGBLOB", "LONGTEXT"};
+    if (engine.create.find("firebird.sql") != std::string::npos) return {"BLOB SUB_TYPE BINARY", "BLOB SUB_TYPE TEXT CHARACTER SET UTF8"};
+    return {"BLOB", "TEXT"};
+}
+
+// One statement run again and again stores each value with exactly its own
+// bytes: a value shorter than the one before it (a driver that keeps the
+// length of the value it was first run with stores the earlier value's tail),
+// an empty one, and one of 64 KB.
+TEST_P(SQLLayer, EachValueOfAStatementRunAgainKeepsExactlyItsBytes)
+{
+    const auto [bytesType, textType] = longColumns(catalogue.engine());
+    catalogue.rows("CREATE TABLE VALUES_ (NO_ INTEGER NOT NULL PRIMARY KEY, B " + bytesType + ", T " + textType + ")");
+    std::string large;
+    for (int i = 0; i < 65536; ++i) large += static_cast<char>(i * 7 % 256);
+    const std::pair<std::string, std::wstring> values[] = {
+        {"\0app/x\0some long payload"s, L"a longer text, then shorter ones"}, {"\0\0\0\x63"s, L"Caf\u00E9"}, {"", L""},
+        {large, std::wstring(30000, L'\u65E5')}, {"ID-123", L"x"}, {"\x01", L"\U0001F3B5"},
+    };
+    SQLConnection c(fromNativePath(catalogue.engine().driver.c_str()));
+    c.open(fromNativePath(catalogue.database().c_str()));
+    c.startTrans();
+    SQLQuery q(&c);
+    q.prepare(L"INSERT INTO VALUES_ (NO_, B, T) VALUES (:NO, :B, :T)");
+    for (int no = 0; no < static_cast<int>(std::size(values)); ++no) {
+        q.params()[0].setValue(no);
+        q.params()[1].setValue(ByteString(values[no].first.data(), values[no].first.size()), SQL::Bytes);
+        q.params()[2].setValue(String(values[no].second), SQL::Text);
+        q.execute();
+    }
+    c.commitTrans();
+    q.execute(L"SELECT NO_, B, T FROM VALUES_ ORDER BY NO_");
+    for (const auto& [bytes, text] : values) {
+        ASSERT_TRUE(q.fetch());
+        SCOPED_TRACE(q.fields()[0].asString().str());
+        EXPECT_FALSE(q.fields()[1].isNull() || q.fields()[2].isNull()) << "an empty value is no NULL";
+        const ByteString got = q.fields()[1].asBytes();
+        EXPECT_TRUE(std::string(got.data(), got.length()) == bytes) << got.length() << " bytes, not " << bytes.size();
+        EXPECT_TRUE(q.fields()[2].asString().str() == text) << toUtf8(q.fields()[2].asString().str().substr(0, 40));
+    }
+    EXPECT_FALSE(q.fetch());
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, SQLLayer, ::testing::ValuesIn(engineNames()), testName);

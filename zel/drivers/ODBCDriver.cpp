@@ -162,9 +162,13 @@ struct Binding {
 
 // One parameter. The driver reads its buffers at SQLExecute; they keep their
 // place from one value to the next while they are large enough, and a text's
-// or bytes' column size is their room, so that a new value seldom needs a new
-// binding (the driver manager's SQLBindParameter costs as much as the rest of
-// an insert's work in the program).
+// column size is its room, so that a new text seldom needs a new binding (the
+// driver manager's SQLBindParameter costs as much as the rest of an insert's
+// work in the program). Bytes are bound with their own length as the column
+// size: a driver may take a binary value's length once per binding, at the
+// first execute after it (SQLite's does, and then stores every later value of
+// that binding with the first one's length), so bytes of another length are
+// bound again.
 struct Parameter {
     Binding binding;
     std::optional<Binding> bound;
@@ -191,7 +195,7 @@ void Parameter::set(const Value& v)
         break;
     case Value::Bytes:
         bytes = v.bytes;
-        binding = {SQL_C_BINARY, SQL_VARBINARY, 0, bytes.capacity(), bytes.data(), static_cast<SQLLEN>(bytes.capacity())};
+        binding = {SQL_C_BINARY, SQL_VARBINARY, 0, std::max<SQLULEN>(bytes.size(), 1), bytes.data(), static_cast<SQLLEN>(bytes.capacity())};
         indicator = static_cast<SQLLEN>(bytes.size());
         break;
     case Value::Time:
