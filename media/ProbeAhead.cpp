@@ -9,6 +9,7 @@
 #include "zel/Dir.h"
 #include "zel/Exception.h"
 #include "zel/Files.h"
+#include "zel/Process.h"
 
 namespace ZELd {
 
@@ -92,6 +93,7 @@ ProbeAhead::~ProbeAhead()
 
 void ProbeAhead::work()
 {
+    ZELKeepTextLocale(); // a database client may change the process's locale under the walk
     MediaInfo::ThreadCopy library;
     std::unique_lock<std::mutex> lock(lock_);
     for (;;) {

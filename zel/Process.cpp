@@ -4,16 +4,28 @@
 #include <cstring>
 #include <cstdio>
 #include <langinfo.h>
+#include <locale.h>
 #include <sched.h>
 
 #include "zel/Debug.h"
 
 namespace ZELd {
 
+namespace {
+locale_t gTextLocale = nullptr; // the locale chosen at start, kept apart from the process's
+} // namespace
+
 void ZELInitializeD()
 {
     const char* codeset = ::nl_langinfo(CODESET);
     if (!codeset || std::strcmp(codeset, "UTF-8") != 0) std::setlocale(LC_CTYPE, "C.UTF-8");
+    gTextLocale = ::duplocale(LC_GLOBAL_LOCALE);
+    ZELKeepTextLocale();
+}
+
+void ZELKeepTextLocale()
+{
+    if (gTextLocale) ::uselocale(gTextLocale);
 }
 
 unsigned ZELUsableCores()
@@ -31,6 +43,11 @@ void ZELCleanupD()
     ZELDebugSetGlobalReport(nullptr);
     std::fflush(stdout);
     std::fflush(stderr);
+    if (gTextLocale) {
+        ::uselocale(LC_GLOBAL_LOCALE);
+        ::freelocale(gTextLocale);
+        gTextLocale = nullptr;
+    }
 }
 
 } // namespace ZELd
