@@ -167,28 +167,32 @@ bool __IS_UPPER(const char* begin, const char* end)
     return true;
 }
 
-int __find_frame_size_bits(signed char version, const char* _begin, const char* _end, bool verbose)
+// Walks the frame chain of body from offset _begin with each size reading.
+// Positions are offsets into the body, so that a start past its end (an
+// extended header that claims more than the body holds) is no pointer out of
+// the buffer: that walk ends beyond the end, and the reading fails. The trace
+// shows the stop and the end as offsets from the body's first byte.
+int __find_frame_size_bits(signed char version, const char* body, uint64_t _begin, uint64_t _end, bool verbose)
 {
     const size_t idLength = frameHeaderLayout(version).idLength, headerLength = frameHeaderLayout(version).length;
-    const uint64_t length = static_cast<uint64_t>(_end - _begin);
     for (int bits : {8, 7}) {
-        uint64_t p = 0;
+        uint64_t p = _begin;
         bool ok = true;
-        while (p + headerLength < length && _begin[p] != 0) {
-            if (!__IS_UPPER(_begin + p, _begin + p + idLength)) {
+        while (p + headerLength < _end && body[p] != 0) {
+            if (!__IS_UPPER(body + p, body + p + idLength)) {
                 if (verbose) ZEL_TRACE(L"false\n");
                 ok = false;
                 break;
             }
-            const char* field = _begin + p + idLength;
+            const char* field = body + p + idLength;
             const uint64_t size = bits == 8 ? ID3v2::word8(field, idLength) : ID3v2::word7(field, idLength);
-            if (verbose) ZEL_TRACE(L"[%ls][%d]\n", asciiOrEmpty(_begin + p, idLength), static_cast<uint32_t>(size));
+            if (verbose) ZEL_TRACE(L"[%ls][%d]\n", asciiOrEmpty(body + p, idLength), static_cast<uint32_t>(size));
             p += size + headerLength;
         }
-        if (p > length || (p < length && _begin[p] != 0)) {
+        if (p > _end || (p < _end && body[p] != 0)) {
             if (verbose) {
-                const int stopByte = p < length ? static_cast<signed char>(_begin[p]) : 0;
-                ZEL_TRACE(L"false [%zX][%zX][%x]\n", static_cast<size_t>(p), static_cast<size_t>(length), stopByte);
+                const int stopByte = p < _end ? static_cast<signed char>(body[p]) : 0;
+                ZEL_TRACE(L"false [%zX][%zX][%x]\n", static_cast<size_t>(p), static_cast<size_t>(_end), stopByte);
             }
             ok = false;
         }
@@ -435,16 +439,15 @@ bool ID3v2::read(File& file, const char* header)
     if (got < size_) return false;
     std::memcpy(header_, header, sizeof header_);
 
-    const char* begin = data_;
-    const char* end = data_ + got;
-    if (flags() & kExtendedHeaderFlag) begin += std::min<size_t>(skipExtendedHeader(begin, end), static_cast<size_t>(end - begin));
-    fsbits_ = __find_frame_size_bits(version(), begin, end, false);
+    // The frames begin after the extended header, which may claim more than the body holds.
+    const uint64_t begin = flags() & kExtendedHeaderFlag ? skipExtendedHeader(data_, data_ + got) : 0;
+    fsbits_ = __find_frame_size_bits(version(), data_, begin, got, false);
     if (fsbits_ == 0) {
         ZEL_TRACE(L"ID3v2 Invalid Frames [%ls]\n", file.path());
-        fsbits_ = __find_frame_size_bits(version(), begin, end, true);
+        fsbits_ = __find_frame_size_bits(version(), data_, begin, got, true);
         return false;
     }
-    walkFrames(begin, end, file.path());
+    walkFrames(data_ + begin, data_ + got, file.path()); // a reading was found: begin lies inside the body or at its end
     return true;
 }
 

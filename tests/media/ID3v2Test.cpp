@@ -106,7 +106,11 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
         // The extended header's length counts from its own start.
         {tag(4, raw({0, 0, 0, 6, 0x81, 0}) + frames4, 0x40), 8, L"TIT2", 7, L"Number of flag bytes [-127]\n"},
         {tag(4, raw({0, 0, 0, 12, 1, 0, 9, 9, 9, 9, 9, 9}) + frames4 + std::string(5, '\0'), 0x40), 8, L"TIT2", 7, L"Number of flag bytes [1]\n"},
-        {tag(4, raw({0x7F, 0x7F, 0x7F, 0x7F, 1, 0}) + frames4, 0x40), 8, L"", 0, L"Number of flag bytes [1]\n"},
+        // One that claims more than the body holds fails both readings; one that ends with the body leaves no frames.
+        {tag(4, raw({0x7F, 0x7F, 0x7F, 0x7F, 1, 0}) + frames4, 0x40), 0, L"", 0,
+         L"Number of flag bytes [1]\n" + invalid + L"false [FFFFFFF][17][0]\nfalse [FFFFFFF][17][0]\n"},
+        {tag(4, raw({0, 0, 0, 7, 1, 0}), 0x40), 0, L"", 0, L"Number of flag bytes [1]\n" + invalid + L"false [7][6][0]\nfalse [7][6][0]\n"},
+        {tag(4, raw({0, 0, 0, 6, 1, 0}), 0x40), 8, L"", 0, L"Number of flag bytes [1]\n"},
         {tag(3, "TIT2\x7F"s, 0x40), 8, L"", 0, L"Assertion failed [_begin + 6 <= _end] at media/ID3v2("}, // too short to hold one
         {tag(3, "", 0x40), 8, L"", 0, L"Assertion failed [_begin + 6 <= _end] at media/ID3v2("},
         {tag(3, hello + std::string(33, '\0')).substr(0, 55), -1, L"", 0}, // the body comes short: no header copy
