@@ -64,15 +64,16 @@ String String::tryString(const char* bytes, size_t n, size_t max)
     if (!bytes || n == 0 || max == 0) return String();
     out.reserve(std::min(n, max)); // either reading makes at most that many characters
     const unsigned char* u = reinterpret_cast<const unsigned char*>(bytes);
+    // Whether the bytes are text is judged on all of them, not only on those shown.
     bool text = true;
-    for (size_t i = 0; i < n && out.size() < max;) {
+    for (size_t i = 0; i < n;) {
         char32_t c;
         size_t len = decodeUtf8Char(u + i, n - i, c);
         if (len == 0 || isControl(c)) {
             text = false;
             break;
         }
-        out.push_back(static_cast<wchar_t>(c));
+        if (out.size() < max) out.push_back(static_cast<wchar_t>(c));
         i += len;
     }
     if (text) return String(std::move(out));

@@ -46,6 +46,7 @@ TEST(Text, DecodersTryStringTrimAndDates)
     const struct { std::string bytes; size_t max; const wchar_t* out; } tries[] = {
         {"caf\xC3\xA9 \xE2\x82\xAC", 100, L"café €"}, {"tab\there\r\n", 100, L"tab\there\r\n"}, {"a\0b"s, 100, L"a.b"}, {"caf\xE9", 100, L"café"},
         {"a\tb\x01\r\n", 100, L"a.b..."}, {"\x80\x9F\xA0\x7F", 100, L"..\xA0."}, {"ab\x01" "def", 4, L"ab.d"}, {"\xC3\xA9\xE2\x82\xAC" "x", 2, L"é€"},
+        {"ZZ\xC3\xA9\xFF", 3, L"ZZ\u00C3"}, {"\xC3\xA9" "a\x01", 1, L"\u00C3"}, // judged on every byte, also on those not shown
     };
     for (const auto& c : tries) EXPECT_EQ(String::tryString(c.bytes.data(), c.bytes.size(), c.max).str(), c.out) << c.bytes;
     EXPECT_EQ(String(L"\t\x01 a b\r\n ").trim().str(), L"a b");
