@@ -91,14 +91,12 @@ bool APEv2::read(File& file, const char* header, long long position)
     count_ = word(header + 16);
     flags_ = static_cast<int32_t>(word(header + 20));
 
-    // Never trust the size: the bytes it claims must lie in the file.
-    const unsigned long long fileSize = file.size();
-    if (position < 0) {
-        if (static_cast<unsigned long long>(-position) + size_ > fileSize) return false;
-        file.seek(position - static_cast<long long>(size_), 2);
-    } else if (size_ > fileSize) {
-        return false;
-    }
+    // Never trust the size: a tag larger than the whole file is refused
+    // before anything is allocated. A footer's tag that would begin before
+    // the file is read from the file's start (seek stops there), however
+    // odd the items that come out.
+    if (size_ > file.size()) return false;
+    if (position < 0) file.seek(position - static_cast<long long>(size_), 2);
     block_ = static_cast<char*>(ZEL_MALLOC(size_));
     if (!block_) return false;
     const size_t got = file.read(block_, size_);

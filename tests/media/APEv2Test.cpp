@@ -119,7 +119,10 @@ TEST(APEv2, DamagedAreasAndSizes)
         {endTag(first + le32(0) + le32(0)), -32, true, a1}, {endTag(first + le32(0) + le32(0) + "K"), -32, true, {{L"A", L"1"}, {L"K", L""}}}, // 8, 9 bytes left
         {ahead + apeBlock(1000, fits, 1, 0), -32, true, song},       {kAudio + item + apeBlock(2000, 31, 1, 0), -32, true, {}},
         {kAudio + item + apeBlock(2000, 0, 1, 0) + kId3v1, -160, true, {}}, {startTag(item, 31), 0, true, {}},
-        {ahead + apeBlock(1000, fits + 1, 1, 0), -32, false, {}},      {ahead + apeBlock(1000, fits + 1, 1, 0) + kId3v1, -160, false, {}},
+        // A tag that would begin before the file is read from its start, a tag larger than the file not at all.
+        {ahead + apeBlock(1000, fits + 1, 1, 0), -32, true, song},     {ahead + apeBlock(1000, fits + 1, 1, 0) + kId3v1, -160, true, song},
+        {item + apeBlock(1000, 50, 1, 0) + kId3v1, -160, true, {{L"", L""}}}, // the items are the footer's last 18 bytes
+        {ahead + apeBlock(1000, fits + 33, 1, 0), -32, false, {}},
         {kAudio + item + apeBlock(2000, 0xFFFFFFFF, 1, 0) + kId3v1, -160, false, {}}, {startTag(item, whole + 1), 0, false, {}},
     };
     for (const auto& c : cases) {
