@@ -1,14 +1,21 @@
 #include "media/MainArguments.h"
 
+#include "zel/Numbers.h"
 #include "zel/StringBuilder.h"
 
 namespace ZELd {
 
 namespace {
 
+// Options without a one-letter form have ids above any character of one.
+enum : int { kProbeTimeout = 0x110000 };
+// The longest deadline a probe may be given: a day.
+constexpr unsigned kLongestProbeTimeout = 86400;
+
 const Arguments::Option __options__[] = {
     {L"summary", 's', nullptr, nullptr, L"Summary of tag items"},
     {L"verbose", 'v', nullptr, nullptr, L"Produce verbose output"},
+    {L"probe-timeout", kProbeTimeout, L"SECONDS", L"10", L"seconds a file's media probe may take; 0: no limit"},
     {nullptr, 0, nullptr, nullptr, L"The following options should be grouped together:"},
     {L"database", 'd', L"STRING", nullptr,
      L"Database connection."
@@ -40,11 +47,26 @@ void MainArguments::onOption(int id, const String& value)
     case 'n': _dryrun = true; break;
     case 's': _summary = true; break;
     case 'v': _verbose = true; break;
+    case kProbeTimeout:
+        _probeTimeoutGiven = true;
+        _probeTimeoutText = value;
+        break;
     default: break;
     }
 }
 
-bool MainArguments::onValidate() { return Arguments::onValidate(); }
+bool MainArguments::onValidate()
+{
+    if (_probeTimeoutGiven) {
+        const std::wstring& text = _probeTimeoutText.str();
+        const bool digits = !text.empty() && text.size() <= 5 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
+        _probeTimeout = digits ? UInt32::parse(_probeTimeoutText, 10, 0) : kLongestProbeTimeout + 1;
+        if (_probeTimeout > kLongestProbeTimeout)
+            return refuse(String::format(L"invalid probe timeout '%ls': a number of seconds from 0 (no limit) to %u", _probeTimeoutText,
+                                         kLongestProbeTimeout));
+    }
+    return Arguments::onValidate();
+}
 
 String MainArguments::toString() const
 {
@@ -54,6 +76,7 @@ String MainArguments::toString() const
     b.append(L" --summary=").append(String::valueOf(_summary));
     b.append(L" --database=").append(_database);
     b.append(L" --dry-run=").append(String::valueOf(_dryrun));
+    if (_probeTimeoutGiven) b.append(L" --probe-timeout=").append(_probeTimeoutText);
     b.append(L" values[").append(values().toString()).append(L"]");
     return b.toString();
 }

@@ -21,6 +21,8 @@ public:
     bool summary() const { return _summary; }
     const String& database() const { return _database; }
     bool dryrun() const { return _dryrun; }
+    // Seconds a file's MediaInfo probe may take; 0: no limit.
+    unsigned probeTimeout() const { return _probeTimeout; }
 
 protected:
     void onOption(int id, const String& value) override;
@@ -31,6 +33,9 @@ private:
     bool _summary = false;
     bool _verbose = false;
     String _database;
+    unsigned _probeTimeout = 10;
+    bool _probeTimeoutGiven = false;
+    String _probeTimeoutText; // as the command line gave it
 };
 
 } // namespace ZELd

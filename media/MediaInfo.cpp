@@ -62,8 +62,7 @@ bool hasEscapedBytes(const String& path)
     return false;
 }
 
-} // namespace
-
+// The library as the program loaded it, and its functions.
 struct MediaInfoLibrary {
     SharedLibrary* module = nullptr;
     NewFn create = nullptr;
@@ -96,59 +95,25 @@ struct MediaInfoLibrary {
     }
 };
 
-namespace {
-MediaInfoLibrary gLib; // the library as the program loaded it
-int gLoads = 0;
-thread_local const MediaInfoLibrary* tOwnCopy; // the calling thread's copy, if it has one
+MediaInfoLibrary gLib;
 
-const MediaInfoLibrary& library() { return tOwnCopy ? *tOwnCopy : gLib; }
 } // namespace
 
 void MediaInfo::initialize()
 {
-    if (!gLib.module) {
-        gLib.bind(ZEL_NEW SharedLibrary(kLibraryName));
-        ++gLoads;
-    }
-}
-
-MediaInfo::ThreadCopy::ThreadCopy()
-{
-    if (!gLib.module || tOwnCopy) return;
-    auto copy = std::make_unique<MediaInfoLibrary>();
-    try {
-        copy->bind(gLib.module->loadCopy());
-    } catch (Exception* e) {
-        e->destroy(); // the thread shares the program's copy
-        return;
-    }
-    library_ = copy.release();
-    tOwnCopy = library_;
-}
-
-MediaInfo::ThreadCopy::~ThreadCopy()
-{
-    MediaInfoLibrary* copy = library_;
-    if (!copy) return;
-    tOwnCopy = nullptr;
-    delete copy->module;
-    delete copy;
+    if (!gLib.module) gLib.bind(ZEL_NEW SharedLibrary(kLibraryName));
 }
 
 void MediaInfo::cleanup()
 {
-    if (!gLib.module) return;
-    if (--gLoads <= 0) {
-        delete gLib.module;
-        gLib = MediaInfoLibrary();
-    }
+    delete gLib.module;
+    gLib = MediaInfoLibrary();
 }
 
 MediaInfo::MediaInfo(const String& path)
 {
     initialize();
-    const MediaInfoLibrary& lib = library();
-    library_ = &lib;
+    const MediaInfoLibrary& lib = gLib;
     std::string native = nativePath(path);
     struct stat st;
     if (::stat(native.c_str(), &st) != 0) {
@@ -176,7 +141,7 @@ MediaInfo::MediaInfo(const String& path)
 
 MediaInfo::~MediaInfo()
 {
-    const MediaInfoLibrary& lib = *library_;
+    const MediaInfoLibrary& lib = gLib;
     if (handle_ && lib.module) {
         lib.close(handle_);
         lib.remove(handle_);
@@ -186,10 +151,10 @@ MediaInfo::~MediaInfo()
 
 String MediaInfo::get(int streamKind, uint64_t number, const wchar_t* parameter) const
 {
-    return copy(library_->get(handle_, streamKind, number, parameter, 1, 0));
+    return copy(gLib.get(handle_, streamKind, number, parameter, 1, 0));
 }
 
-String MediaInfo::inform() const { return copy(library_->inform(handle_, 0)); }
+String MediaInfo::inform() const { return copy(gLib.inform(handle_, 0)); }
 
 String MediaInfo::inform_r() const
 {
@@ -206,7 +171,7 @@ String MediaInfo::option(const wchar_t* option, const wchar_t* value) const
 {
     ZEL_ASSERT(option != NULL);
     if (!option) return String();
-    return copy(library_->option(handle_, option, value ? value : L""));
+    return copy(gLib.option(handle_, option, value ? value : L""));
 }
 
 String MediaInfo::format() const { return get(General, 0, L"Format"); }

@@ -8,30 +8,12 @@
 
 namespace ZELd {
 
-struct MediaInfoLibrary; // one loaded copy of the library and its functions
-
 class MediaInfo : public Object {
 public:
     // Loads the library when it is not loaded; throws DllException when it cannot be.
     static void initialize();
     // Releases the program's hold on the library.
     static void cleanup();
-
-    // While it lives, the MediaInfo objects made on the calling thread use a
-    // copy of the library of the thread's own. The library takes one lock of
-    // its own for much of its work, so threads sharing one copy mostly wait
-    // for each other. Where no copy can be made the thread shares the
-    // library, as the main thread does, with the same results.
-    class ThreadCopy {
-    public:
-        ThreadCopy();
-        ~ThreadCopy();
-        ThreadCopy(const ThreadCopy&) = delete;
-        ThreadCopy& operator=(const ThreadCopy&) = delete;
-
-    private:
-        MediaInfoLibrary* library_ = nullptr;
-    };
 
     // Opens the file; throws IOException "MediaInfo Open Failed" when the library
     // cannot open it, or when it is not a regular file (a FIFO would block).
@@ -70,7 +52,6 @@ public:
 private:
     String get(int streamKind, uint64_t number, const wchar_t* parameter) const;
 
-    const MediaInfoLibrary* library_ = nullptr; // the copy of the library that made the handle
     void* handle_ = nullptr;
     int fd_ = -1; // held open while the library reads the file through /proc/self/fd
 };

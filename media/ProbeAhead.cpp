@@ -1,162 +1,154 @@
 #define ZEL_SOURCE "media/ProbeAhead"
 #include "media/ProbeAhead.h"
 
-#include <system_error>
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <utility>
 
-#include "media/MediaInfo.h"
 #include "zel/Debug.h"
-#include "zel/Dir.h"
 #include "zel/Exception.h"
-#include "zel/Files.h"
-#include "zel/Process.h"
 
 namespace ZELd {
 
 namespace {
 
-// Files in flight for each worker: enough that a worker never waits for the
-// main thread to queue more, few enough that memory stays flat.
-constexpr size_t kFilesPerWorker = 4;
+using Clock = ProbeHelper::Clock;
+using std::chrono::milliseconds;
 
-FileStamp stampOf(const String& path)
-{
-    FileStamp stamp;
-    try {
-        stamp.size = Files::size(path);
-        long long access, creation;
-        stamp.known = Files::time(path, access, stamp.modification, creation);
-    } catch (Exception* e) {
-        e->destroy(); // the file's turn meets the same failure, or finds the file again
-    }
-    return stamp;
-}
+// Probes a helper has at once: the one under way and the next, so that it
+// never waits for the program to hand it more.
+constexpr size_t kProbesPerHelper = 2;
+// Files in the window for each helper: enough to keep every helper busy
+// while the program stores a file, few enough that memory stays flat.
+constexpr size_t kWindowPerHelper = 4;
 
-// A probe's failure that is never thrown is released here.
-void release(std::exception_ptr failure)
-{
-    if (!failure) return;
-    try {
-        std::rethrow_exception(failure);
-    } catch (Exception* e) {
-        e->destroy();
-    } catch (...) {
-    }
-}
+constexpr milliseconds kNoWait{0};
+constexpr milliseconds kForever{-1};
 
 } // namespace
 
-struct ProbeAhead::Probe {
-    explicit Probe(String path) : path(std::move(path)) {}
-    ~Probe() { release(failure); }
-
-    // On a worker: what the main thread would have got, traces included.
-    void run()
-    {
-        std::wstring* before = ZELDebugCaptureReport(&traces);
-        seen = stampOf(path);
-        try {
-            facts = MediaFacts::probe(path);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        ZELDebugCaptureReport(before);
-    }
-
-    const String path;
-    bool done = false;
-    FileStamp seen;
-    MediaFacts facts;
-    std::exception_ptr failure;
-    std::wstring traces;
-};
-
-ProbeAhead::ProbeAhead(unsigned workers) : capacity_(kFilesPerWorker * workers)
+ProbeAhead::ProbeAhead(unsigned helpers, milliseconds timeout)
+    : capacity_(kWindowPerHelper * std::max(helpers, 1u)), timeout_(timeout), helpers_(std::max(helpers, 1u))
 {
-    workers_.reserve(workers);
-    try {
-        for (unsigned i = 0; i < workers; ++i) workers_.emplace_back([this] { work(); });
-    } catch (const std::system_error&) {
-        // Fewer workers than cores: the main thread probes what none of them takes.
-    }
 }
 
-ProbeAhead::~ProbeAhead()
-{
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        stopping_ = true;
-    }
-    queued_.notify_all();
-    for (std::thread& worker : workers_) worker.join();
-}
+ProbeAhead::~ProbeAhead() = default; // each helper is ended with its handle
 
-void ProbeAhead::work()
+void ProbeAhead::turn(const String& path, const Upcoming& upcoming)
 {
-    ZELKeepTextLocale(); // a database client may change the process's locale under the walk
-    MediaInfo::ThreadCopy library;
-    std::unique_lock<std::mutex> lock(lock_);
-    for (;;) {
-        queued_.wait(lock, [this] { return stopping_ || started_ < window_.size(); });
-        if (stopping_) return;
-        Probe* probe = window_[started_++].get(); // stays in the window until it is done
-        lock.unlock();
-        probe->run();
-        lock.lock();
-        probe->done = true;
-        done_.notify_all();
-    }
-}
-
-void ProbeAhead::dropFront(std::unique_lock<std::mutex>& lock)
-{
-    if (started_ > 0) {
-        done_.wait(lock, [this] { return window_.front()->done; });
-        --started_;
-    }
-    window_.pop_front();
-}
-
-void ProbeAhead::turn(const Dir& dir, const String& name)
-{
-    const String path = dir.path() + name;
-    std::unique_lock<std::mutex> lock(lock_);
-    while (!window_.empty() && !(window_.front()->path == path)) dropFront(lock);
-    // The window holds this file and those after it, in walk order, or nothing.
-    size_t ahead = window_.empty() ? 0 : window_.size() - 1;
+    while (!window_.empty() && !(window_.front()->path == path)) window_.pop_front();
+    if (window_.empty()) window_.push_back(std::make_shared<PendingProbe>(path));
     String next;
-    const size_t before = window_.size();
-    while (window_.size() < capacity_ && dir.peekRegularFile(ahead, next)) {
-        window_.push_back(std::make_unique<Probe>(dir.path() + next));
-        ++ahead;
-    }
-    const bool added = window_.size() > before;
-    lock.unlock();
-    if (added) queued_.notify_all();
-}
-
-std::unique_ptr<ProbeAhead::Probe> ProbeAhead::takeFront(const String& path)
-{
-    std::unique_lock<std::mutex> lock(lock_);
-    if (window_.empty() || !(window_.front()->path == path)) return nullptr;
-    if (started_ == 0) { // no worker took it: the main thread probes it now
-        window_.pop_front();
-        return nullptr;
-    }
-    done_.wait(lock, [this] { return window_.front()->done; });
-    --started_;
-    std::unique_ptr<Probe> probe = std::move(window_.front());
-    window_.pop_front();
-    return probe;
+    for (size_t ahead = window_.size() - 1; window_.size() < capacity_ && upcoming(ahead, next); ++ahead)
+        window_.push_back(std::make_shared<PendingProbe>(next));
+    dispatch();
+    collect(kNoWait);
 }
 
 MediaFacts ProbeAhead::take(const String& path, const FileStamp& now)
 {
-    std::unique_ptr<Probe> probe = takeFront(path);
-    if (!probe || !probe->seen.matches(now)) return MediaFacts::probe(path);
-    if (!probe->traces.empty()) ZELDebugReport(probe->traces);
-    if (probe->failure) std::rethrow_exception(std::exchange(probe->failure, nullptr));
-    return std::move(probe->facts);
+    Probe probe;
+    if (!window_.empty() && window_.front()->path == path) {
+        probe = std::move(window_.front());
+        window_.pop_front();
+    } else {
+        probe = std::make_shared<PendingProbe>(path);
+    }
+    await(probe);
+    if (!probe->result.final && !probe->result.seen.matches(now)) { // changed since, or never examined: probed now
+        probe = std::make_shared<PendingProbe>(path);
+        await(probe);
+    }
+    ProbeResult& result = probe->result;
+    if (!result.traces.empty()) ZELDebugReport(result.traces);
+    if (result.failed) throw result.failure(path);
+    return std::move(result.facts);
+}
+
+void ProbeAhead::await(const Probe& probe)
+{
+    while (!probe->done) {
+        if (!probe->sent) {
+            ProbeHelper* helper = helperWithRoom(true);
+            if (!helper) { // no helper at all: the probe is made here
+                probe->result = ProbeResult::probe(probe->path);
+                probe->done = true;
+                return;
+            }
+            helper->send(probe);
+        }
+        dispatch();
+        collect(kForever);
+    }
+}
+
+void ProbeAhead::dispatch()
+{
+    for (const Probe& probe : window_) {
+        if (probe->sent || probe->done) continue;
+        ProbeHelper* helper = helperWithRoom(false);
+        if (!helper) return;
+        helper->send(probe);
+    }
+}
+
+ProbeHelper* ProbeAhead::helperWithRoom(bool any)
+{
+    if (unavailable_) return nullptr;
+    ProbeHelper* best = nullptr;
+    for (std::unique_ptr<ProbeHelper>& helper : helpers_) {
+        if (!helper) helper = ProbeHelper::start();
+        if (helper && (!best || helper->queue().size() < best->queue().size())) best = helper.get();
+    }
+    if (!best) {
+        unavailable_ = true;
+        ZEL_TRACE(L"No MediaInfo helper can be started: files are probed in the program, without a deadline\n");
+        return nullptr;
+    }
+    return any || best->queue().size() < kProbesPerHelper ? best : nullptr;
+}
+
+void ProbeAhead::collect(milliseconds wait)
+{
+    std::vector<pollfd> fds;
+    std::vector<size_t> slots;
+    const Clock::time_point now = Clock::now();
+    for (size_t slot = 0; slot < helpers_.size(); ++slot) {
+        const ProbeHelper* helper = helpers_[slot].get();
+        if (!helper) continue;
+        fds.push_back({helper->replies(), POLLIN, 0});
+        slots.push_back(slot);
+        if (timeout_.count() > 0 && !helper->queue().empty()) { // the deadline of its probe under way ends the wait
+            const auto left = std::chrono::ceil<milliseconds>(helper->busySince() + timeout_ - now);
+            wait = std::max(kNoWait, wait == kForever ? left : std::min(wait, left));
+        }
+    }
+    if (fds.empty()) return;
+    if (::poll(fds.data(), fds.size(), static_cast<int>(wait.count())) < 0 && errno != EINTR) return;
+    for (size_t i = 0; i < fds.size(); ++i) {
+        ProbeHelper* helper = helpers_[slots[i]].get();
+        if (!fds[i].revents || helper->receive()) continue;
+        if (helper->queue().empty()) helpers_[slots[i]].reset(); // gone while idle: nothing is lost
+        else lose(slots[i], false);
+    }
+    if (timeout_.count() <= 0) return;
+    for (size_t slot = 0; slot < helpers_.size(); ++slot) {
+        const ProbeHelper* helper = helpers_[slot].get();
+        if (helper && !helper->queue().empty() && Clock::now() >= helper->busySince() + timeout_) lose(slot, true);
+    }
+}
+
+void ProbeAhead::lose(size_t slot, bool timedOut)
+{
+    std::deque<Probe> queue = helpers_[slot]->takeQueue();
+    const String how = helpers_[slot]->end(true);
+    helpers_[slot].reset();
+    if (queue.empty()) return;
+    queue.front()->result = ProbeResult::lost(timedOut ? String(L"MediaInfo Timeout") : L"MediaInfo Crashed (" + how + L")");
+    queue.front()->done = true;
+    // The others were never begun: the window or the file's turn hands them to another helper.
 }
 
 } // namespace ZELd

@@ -1,83 +1,81 @@
-// The MediaInfo probes of the files that come next in a directory, made on
-// worker threads while the main thread reads, prints and stores the file in
-// hand.
+// The MediaInfo probes of the file in hand and of the files that come next
+// in walk order, made in helper processes (ProbeHelper) while the program
+// reads, prints and stores the file in hand.
 //
-// The main thread keeps the walk, the tags, the report and the rows, in walk
-// order. At each file's turn it queues the regular files that follow in the
-// same directory, as many as the window holds, and stops at the first entry
-// that may not be a file (a subdirectory, a link, an unknown type), so that
-// the queue is always in walk order. Workers take the queue from its front.
-// A probe keeps everything it gives (facts, failure, traces) for the main
-// thread, which uses it at the file's turn exactly where it would have made
+// The program keeps the walk, the tags, the report and the rows, in walk
+// order. At each file's turn it tells which files come next, wherever they
+// lie in the tree; they wait in a window, in walk order, for a helper with
+// room. Each helper (one per core the process may use) has at most a few
+// files at a time, so that no helper waits for the program to hand it the
+// next one, and the window holds a few more, so that memory stays flat.
+//
+// A probe keeps everything it gives (facts, failure, traces) until the
+// file's turn, where the program uses it exactly where it would have made
 // the probe itself: its traces go to the debug report there, its failure is
 // thrown there. A file whose size or modification time changed since its
-// probe is probed again at its turn; so is one whose probe had not started.
+// probe is probed again at its turn. A helper that has not answered within
+// the deadline is killed ("MediaInfo Timeout"), one that dies fails its file
+// ("MediaInfo Crashed"); either way the file keeps its tags, the helper's
+// other files go to another one, and a new helper takes its place. Where no
+// helper can be started at all, the probes are made in the program itself,
+// without a deadline.
 #pragma once
 
-#include <condition_variable>
+#include <chrono>
 #include <deque>
-#include <exception>
+#include <functional>
 #include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
 #include <vector>
 
-#include "media/MediaFacts.h"
+#include "media/ProbeHelper.h"
 #include "zel/Object.h"
 #include "zel/String.h"
 
 namespace ZELd {
 
-class Dir;
-
-// What the file system says of a file when it is probed, to tell whether it
-// changed before its turn.
-struct FileStamp {
-    unsigned long long size = 0;
-    long long modification = 0; // milliseconds
-    bool known = false;         // false: the file could not be examined; matches nothing
-
-    bool matches(const FileStamp& other) const
-    {
-        return known && other.known && size == other.size && modification == other.modification;
-    }
-};
-
 class ProbeAhead : public Object {
 public:
-    // Starts the workers; the window holds a few files for each.
-    explicit ProbeAhead(unsigned workers);
-    // Waits for the probes under way, drops every result, ends the workers.
+    // The file that comes `ahead` places after the file in hand (0: the next
+    // one) into path; false when there is none, or it is not known yet.
+    using Upcoming = std::function<bool(size_t ahead, String& path)>;
+
+    // helpers: how many run at once; timeout: a probe's deadline, zero for none.
+    ProbeAhead(unsigned helpers, std::chrono::milliseconds timeout);
+    // Ends the helpers; those still probing are killed.
     ~ProbeAhead() override;
     ProbeAhead(const ProbeAhead&) = delete;
     ProbeAhead& operator=(const ProbeAhead&) = delete;
 
-    // The walk has just read the file `name` from `dir`: drops the probes of
-    // earlier files that were never taken (their tags failed), and queues the
-    // regular files that follow it.
-    void turn(const Dir& dir, const String& name);
-    // The file's facts: its probe's, when it was probed ahead and still has
-    // the size and modification time the probe saw; else a probe made now.
+    // The walk is at the file `path`: drops the probes of earlier files that
+    // were never taken (their tags failed), and queues the files that follow.
+    void turn(const String& path, const Upcoming& upcoming);
+    // The file's facts: its probe's, when it was made ahead and the file still
+    // has the size and modification time the probe saw; else a probe made now.
+    // Throws the probe's failure.
     MediaFacts take(const String& path, const FileStamp& now);
 
 private:
-    struct Probe;
+    using Probe = std::shared_ptr<PendingProbe>;
 
-    void work();
-    // The front probe when it is the file's and has started (waiting until it
-    // is done); else null, and a front probe that had not started is dropped.
-    std::unique_ptr<Probe> takeFront(const String& path);
-    void dropFront(std::unique_lock<std::mutex>& lock);
+    // Waits until the probe is done, handing it to a helper first.
+    void await(const Probe& probe);
+    // Hands the window's probes to helpers with room, in walk order.
+    void dispatch();
+    // A helper with room for one more probe (started when needed), or null;
+    // `any`: the least busy helper, whatever its load.
+    ProbeHelper* helperWithRoom(bool any);
+    // Waits at most `wait` for results (no wait: takes what is there), and
+    // ends the helpers past their deadline or gone.
+    void collect(std::chrono::milliseconds wait);
+    // The helper at `slot` is ended: its first probe fails with `reason`,
+    // the others wait for another helper.
+    void lose(size_t slot, bool timedOut);
 
-    const size_t capacity_;
-    std::mutex lock_;
-    std::condition_variable queued_; // a probe was queued, or the workers must stop
-    std::condition_variable done_;   // a probe is done
-    std::deque<std::unique_ptr<Probe>> window_;
-    size_t started_ = 0; // probes at the front of the window that a worker took
-    bool stopping_ = false;
-    std::vector<std::thread> workers_;
+    const size_t capacity_; // files in the window
+    const std::chrono::milliseconds timeout_;
+    std::deque<Probe> window_; // the file in hand, then those that come next, in walk order
+    std::vector<std::unique_ptr<ProbeHelper>> helpers_; // a slot per helper; empty until one is needed
+    bool unavailable_ = false; // no helper could be started: probes run in the program
 };
 
 } // namespace ZELd

@@ -11,9 +11,8 @@
 
 #include "media/MainArguments.h"
 #include "media/MediaFacts.h"
-#include "media/ProbeAhead.h"
 #include "media/TagLocation.h"
-#include "media/Walk.h"
+#include "media/WalkAhead.h"
 #include "zel/Exception.h"
 #include "zel/File.h"
 #include "zel/Files.h"
@@ -60,7 +59,8 @@ int32_t tagNumber(const FileInfo& file)
 
 } // namespace
 
-TagReader::TagReader(const MainArguments& arguments) : arguments(arguments)
+TagReader::TagReader(const MainArguments& arguments)
+    : arguments(arguments), probes_(ZELUsableCores(), std::chrono::seconds(arguments.probeTimeout()))
 {
     const String& database = arguments.database();
     if (store.connect(database)) arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
@@ -70,24 +70,12 @@ TagReader::TagReader(const MainArguments& arguments) : arguments(arguments)
 
 void TagReader::readDir(const String& path)
 {
-    const unsigned cores = ZELUsableCores();
-    if (cores <= 1) return walkDir(path); // one core: no worker, no hand-off
-    ProbeAhead ahead(cores);
-    ahead_ = &ahead;
-    struct Detach {
-        ProbeAhead*& ahead;
-        ~Detach() { ahead = nullptr; }
-    } detach{ahead_};
-    walkDir(path);
-}
-
-void TagReader::walkDir(const String& path)
-{
-    auto onFile = [this](const Dir& dir, const String& name) {
-        if (ahead_) ahead_->turn(dir, name);
-        read(dir.path(), name);
-    };
-    walkTree(path, onFile, [this](const String& sub) { walkDir(sub); });
+    WalkAhead walk(path);
+    const ProbeAhead::Upcoming upcoming = [&walk](size_t ahead, String& next) { return walk.upcoming(ahead, next); };
+    while (walk.next()) {
+        probes_.turn(walk.dir() + walk.name(), upcoming);
+        read(walk.dir(), walk.name());
+    }
 }
 
 void TagReader::read(const String& dir, const String& name)
@@ -104,7 +92,7 @@ void TagReader::read(const String& dir, const String& name)
     }
     try {
         if (name.toLowerCase().endsWith(L".mp3")) readTag(path, info);
-        MediaFacts facts = ahead_ ? ahead_->take(path, {info.size, modification, timed}) : MediaFacts::probe(path);
+        MediaFacts facts = probes_.take(path, {info.size, modification, timed});
         facts.moveTo(info);
     } catch (Exception* e) {
         info.notes = e->toString();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "media/FileInfo.h"
+#include "media/ProbeAhead.h"
 #include "media/TagStore.h"
 #include "zel/Object.h"
 #include "zel/String.h"
@@ -11,7 +12,6 @@ namespace ZELd {
 
 class Exception;
 class MainArguments;
-class ProbeAhead;
 
 class TagReader : public Object {
 public:
@@ -25,8 +25,8 @@ public:
     TagReader(const TagReader&) = delete;
     TagReader& operator=(const TagReader&) = delete;
 
-    // Walks a directory and everything below it, depth first. With more than
-    // one core, the media probes of the files ahead run on worker threads.
+    // Walks a directory and everything below it, depth first. The media
+    // probes of the files that come next run ahead, in helper processes.
     void readDir(const String& path);
     // Handles one file: dir ends with "/" (or is empty), name is the file's name in it.
     void read(const String& dir, const String& name);
@@ -40,7 +40,6 @@ public:
     const MainArguments& args() const { return arguments; }
 
 private:
-    void walkDir(const String& path);
     // One transaction around persist: committed, or rolled back and reported;
     // tried again when another run took the file's ids.
     void persistInTransaction(const FileInfo& file);
@@ -54,7 +53,7 @@ private:
     TagStore store;     // the connection, the current directory (currentDir) and the last ids (dirId, fileId)
     String fileRule;    // 80 "=": opens each file's report
     String sectionRule; // 80 "-": opens each verbose section and each file's rows
-    ProbeAhead* ahead_ = nullptr; // during a walk on more than one core
+    ProbeAhead probes_; // the media probes, made in helper processes
 };
 
 } // namespace ZELd

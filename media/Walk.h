@@ -18,6 +18,9 @@
 
 namespace ZELd {
 
+// Whether the walk goes into a directory entry: never "." nor "..".
+inline bool walksInto(const Dir::Entry& entry) { return entry.name().compare(L"..", entry.name().length()) != 0; }
+
 // onFile(dir, name) for every entry that is not a directory (dir.path() ends
 // with "/", and dir tells what follows the entry); onDirectory(path) for every
 // subdirectory.
@@ -29,7 +32,7 @@ void walkTree(const String& path, OnFile onFile, OnDirectory onDirectory)
     while (dir.read(entry)) {
         const String& name = entry.name();
         if (!entry.isDir()) onFile(static_cast<const Dir&>(dir), name);
-        else if (name.compare(L"..", name.length()) != 0) onDirectory(dir.path() + name);
+        else if (walksInto(entry)) onDirectory(dir.path() + name);
     }
 }
 

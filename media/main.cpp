@@ -4,11 +4,13 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <unistd.h>
 
 #include "media/InstallLayout.h"
 #include "media/MainArguments.h"
 #include "media/MediaInfo.h"
+#include "media/ProbeHelper.h"
 #include "media/TagCounter.h"
 #include "media/TagReader.h"
 #include "zel/DateTime.h"
@@ -33,10 +35,6 @@ void __main(const MainArguments& args)
         args.output() << L"[" << path << L"] " << counter.toString() << endl;
         return;
     }
-    // The library as loaded keeps what it caches until the process ends; a
-    // copy of the thread's own is unloaded whole after the walk, so that what
-    // is left does not depend on which thread probed which file.
-    MediaInfo::ThreadCopy library;
     TagReader reader(args);
     if (Files::isDirectory(path)) {
         reader.readDir(path);
@@ -112,6 +110,9 @@ int main(int argc, char** argv)
     std::setlocale(LC_ALL, "");
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe fails a write like any other failure
     ZELInitializeD();
+    // A helper process of the program's: it probes files and leaves at once,
+    // with nothing of the program's start-up or shut-down.
+    if (argc == 2 && std::strcmp(argv[1], kProbeHelperWord) == 0) ::_exit(serveProbes());
     configureDatabaseAccess();
     try {
         FileWriter output(STDOUT_FILENO, nullptr);

@@ -26,13 +26,16 @@ private:
 // A file, directory or device operation failed. The message names the path.
 class IOException : public Exception {
 public:
-    IOException(const String& path, const String& message, int systemError = 0)
-        : Exception(message + L" [" + path + L"]", systemError), path_(path) {}
+    IOException(const String& path, const String& reason, int systemError = 0)
+        : Exception(reason + L" [" + path + L"]", systemError), path_(path), reason_(reason) {}
     const wchar_t* className() const override { return L"IOException"; }
     const String& path() const { return path_; }
+    // The message without the path.
+    const String& reason() const { return reason_; }
 
 private:
     String path_;
+    String reason_;
 };
 
 // A shared library or one of its functions could not be loaded.

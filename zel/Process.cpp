@@ -20,11 +20,6 @@ void ZELInitializeD()
     const char* codeset = ::nl_langinfo(CODESET);
     if (!codeset || std::strcmp(codeset, "UTF-8") != 0) std::setlocale(LC_CTYPE, "C.UTF-8");
     gTextLocale = ::duplocale(LC_GLOBAL_LOCALE);
-    ZELKeepTextLocale();
-}
-
-void ZELKeepTextLocale()
-{
     if (gTextLocale) ::uselocale(gTextLocale);
 }
 

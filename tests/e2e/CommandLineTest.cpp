@@ -25,6 +25,9 @@ TEST(CommandLine, RefusedLinesPrintWhyAndRunNothing)
         {{"--help=1"}, "option '--help' doesn't allow an argument"},
         {{"--version=1", "/tmp"}, "option '--version' doesn't allow an argument"},
         {{"--database"}, "option '--database' requires an argument"},
+        {{"--probe-timeout=10s", "/tmp"}, "invalid probe timeout '10s': a number of seconds from 0 (no limit) to 86400"},
+        {{"--probe-timeout=", "/tmp"}, "invalid probe timeout '': a number of seconds from 0 (no limit) to 86400"},
+        {{"--probe-timeout", "86401", "/tmp"}, "invalid probe timeout '86401': a number of seconds from 0 (no limit) to 86400"},
     };
     for (const auto& c : cases) {
         const Result r = sonarcat(c.args);
@@ -57,12 +60,13 @@ TEST(CommandLine, ManualPageRepeatsTheHelpTexts)
     for (std::string line; std::getline(help, line);) {
         const size_t start = line.find_first_not_of(" \t");
         if (start == std::string::npos || (line[0] != '\t' && line[start] != '-')) continue;
-        const size_t text = line[0] == '\t' ? start : line.find_first_not_of(' ', line.find("  ", start));
+        size_t text = line[0] == '\t' ? start : line.find_first_not_of(' ', line.find("  ", start));
+        if (text == std::string::npos && std::getline(help, line)) text = line.find_first_not_of(' '); // a long label: the text on the next line
         ASSERT_LT(text, line.size()) << line;
         EXPECT_NE(manual.find(line.substr(text)), std::string::npos) << line;
         ++texts;
     }
-    EXPECT_EQ(texts, 6u + 9u) << "six options and nine connection strings";
+    EXPECT_EQ(texts, 7u + 9u) << "seven options and nine connection strings";
 }
 
 TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
@@ -80,6 +84,7 @@ TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
         {{"-vsn", "-d", "DRIVER=Y", "/a"}, flags + "DRIVER=Y --dry-run=true values[/a]"},
         {{"--summary", "--verbose", "--database", "DRIVER=Z", "/a", "/b"}, flags + "DRIVER=Z --dry-run=false values[/a, /b]"},
         {{"-sv", "--", "-n", "--dry-run"}, flags + " --dry-run=false values[-n, --dry-run]"},
+        {{"-sv", "--probe-timeout", "0", "/a"}, flags + " --dry-run=false --probe-timeout=0 values[/a]"}, // shown only when given
     };
     for (const auto& f : forms) EXPECT_NE(sonarcat(f.args).out.find("\n      [" + f.options + "]\n"), std::string::npos) << f.options;
 }

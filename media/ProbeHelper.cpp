@@ -1,0 +1,205 @@
+#define ZEL_SOURCE "media/ProbeHelper"
+#include "media/ProbeHelper.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include "zel/Exception.h"
+#include "zel/FileName.h"
+
+extern char** environ;
+
+namespace ZELd {
+
+namespace {
+
+constexpr int kFirstFreeDescriptor = 3;   // above standard input, output and error
+constexpr size_t kReadPiece = 64 * 1024; // what one read of results takes at most
+
+// A descriptor at kFirstFreeDescriptor or above, closed on exec: a program
+// started with a standard descriptor closed gets that number for its next
+// file, which would then be mistaken for the helper's own.
+int aboveStandard(int fd)
+{
+    if (fd < 0 || fd >= kFirstFreeDescriptor) return fd;
+    const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
+    ::close(fd);
+    return moved;
+}
+
+// The running executable, held open from the first helper on: a helper
+// is the same program even when the file was replaced since (an upgrade).
+// Opened by name /proc/self/exe, which also gives the program under valgrind.
+const std::string& executable()
+{
+    static const std::string path = [] {
+        const int fd = aboveStandard(::open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
+        return fd < 0 ? std::string() : "/proc/self/fd/" + std::to_string(fd);
+    }();
+    return path;
+}
+
+bool writeAll(int fd, const char* p, size_t n)
+{
+    while (n > 0) {
+        const ssize_t k = ::write(fd, p, n);
+        if (k < 0 && errno == EINTR) continue;
+        if (k <= 0) return false;
+        p += k, n -= static_cast<size_t>(k);
+    }
+    return true;
+}
+
+// False at the end of the input or on an error.
+bool readAll(int fd, char* p, size_t n)
+{
+    while (n > 0) {
+        const ssize_t k = ::read(fd, p, n);
+        if (k < 0 && errno == EINTR) continue;
+        if (k <= 0) return false;
+        p += k, n -= static_cast<size_t>(k);
+    }
+    return true;
+}
+
+String howItEnded(int status)
+{
+    if (WIFSIGNALED(status)) {
+        const char* name = ::sigabbrev_np(WTERMSIG(status));
+        return name ? String(L"SIG") + fromNativePath(name) : String::format(L"signal %d", WTERMSIG(status));
+    }
+    return String::format(L"exit status %d", WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+}
+
+} // namespace
+
+int serveProbes()
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL); // a probe that never returns ends with the program
+    // Standard output carries the results; what the library might print goes nowhere.
+    const int results = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (results < 0 || nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) return 1;
+    std::string path, reply;
+    for (uint32_t length; readAll(STDIN_FILENO, reinterpret_cast<char*>(&length), sizeof length);) {
+        path.resize(length);
+        if (!readAll(STDIN_FILENO, path.data(), length)) return 1;
+        reply.clear();
+        ProbeResult::probe(fromNativePath(path.data(), path.size())).encode(reply);
+        if (!writeAll(results, reply.data(), reply.size())) return 1;
+    }
+    return 0;
+}
+
+std::unique_ptr<ProbeHelper> ProbeHelper::start()
+{
+    if (executable().empty()) return nullptr;
+    int requests[2], replies[2];
+    if (::pipe2(requests, O_CLOEXEC) != 0) return nullptr;
+    if (::pipe2(replies, O_CLOEXEC) != 0) {
+        ::close(requests[0]), ::close(requests[1]);
+        return nullptr;
+    }
+    bool moved = true;
+    for (int* fd : {&requests[0], &requests[1], &replies[0], &replies[1]}) moved = (*fd = aboveStandard(*fd)) >= 0 && moved;
+    auto closeAll = [&] {
+        for (int fd : {requests[0], requests[1], replies[0], replies[1]})
+            if (fd >= 0) ::close(fd);
+    };
+    if (!moved) return closeAll(), nullptr;
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, requests[0], STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, replies[1], STDOUT_FILENO);
+    char name[sizeof kProbeHelperName], word[sizeof kProbeHelperWord];
+    std::memcpy(name, kProbeHelperName, sizeof name);
+    std::memcpy(word, kProbeHelperWord, sizeof word);
+    char* argv[] = {name, word, nullptr};
+    pid_t pid = -1;
+    const int failed = ::posix_spawn(&pid, executable().c_str(), &actions, nullptr, argv, environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (failed) return closeAll(), nullptr;
+    ::close(requests[0]), ::close(replies[1]);
+    ::fcntl(replies[0], F_SETFL, O_NONBLOCK);
+    return std::unique_ptr<ProbeHelper>(new ProbeHelper(pid, requests[1], replies[0]));
+}
+
+ProbeHelper::~ProbeHelper()
+{
+    if (pid_ > 0) end(!queue_.empty());
+}
+
+void ProbeHelper::send(const std::shared_ptr<PendingProbe>& probe)
+{
+    const std::string native = nativePath(probe->path);
+    std::string request(sizeof(uint32_t), '\0');
+    const auto length = static_cast<uint32_t>(native.size());
+    std::memcpy(request.data(), &length, sizeof length);
+    request += native;
+    // A helper that is gone fails the write; its closed output tells the caller.
+    writeAll(requests_, request.data(), request.size());
+    if (queue_.empty()) busySince_ = Clock::now();
+    queue_.push_back(probe);
+    probe->sent = true;
+}
+
+bool ProbeHelper::receive()
+{
+    char piece[kReadPiece];
+    for (;;) {
+        const ssize_t n = ::read(replies_, piece, sizeof piece);
+        if (n > 0) {
+            received_.append(piece, static_cast<size_t>(n));
+            continue;
+        }
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == EAGAIN) break;
+        return false; // the end of its output, or an error: the helper is gone
+    }
+    try {
+        size_t used;
+        ProbeResult result;
+        while ((used = ProbeResult::decode(received_.data(), received_.size(), result)) > 0) {
+            received_.erase(0, used);
+            if (queue_.empty()) return false; // an answer to no question
+            queue_.front()->result = std::move(result);
+            queue_.front()->done = true;
+            queue_.pop_front();
+            busySince_ = Clock::now();
+        }
+    } catch (Exception* e) {
+        e->destroy();
+        return false;
+    }
+    return true;
+}
+
+String ProbeHelper::end(bool kill)
+{
+    if (pid_ <= 0) return String();
+    ::close(requests_); // an idle helper ends at the end of its input
+    if (kill) ::kill(pid_, SIGKILL);
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    ::close(replies_);
+    pid_ = -1;
+    return howItEnded(status);
+}
+
+std::deque<std::shared_ptr<PendingProbe>> ProbeHelper::takeQueue()
+{
+    for (const auto& probe : queue_) probe->sent = false;
+    return std::exchange(queue_, {});
+}
+
+} // namespace ZELd

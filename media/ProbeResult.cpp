@@ -1,0 +1,147 @@
+#define ZEL_SOURCE "media/ProbeResult"
+#include "media/ProbeResult.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "zel/Debug.h"
+#include "zel/Exception.h"
+#include "zel/Files.h"
+
+namespace ZELd {
+
+namespace {
+
+// A message: its length (4 bytes), then the fields in the order of encode.
+// Numbers are in the machine's own byte order and texts are their wchar_t
+// units, a count first: both ends are the same executable.
+enum Flags : uint8_t { kKnown = 1, kFailed = 2 };
+
+template <class T>
+void put(std::string& bytes, T value)
+{
+    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+void putText(std::string& bytes, const std::wstring& text)
+{
+    put(bytes, static_cast<uint32_t>(text.size()));
+    bytes.append(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
+}
+
+// Reads the fields of one message; every read stays inside it.
+class Fields {
+public:
+    Fields(const char* p, size_t n) : p_(p), left_(n) {}
+
+    template <class T>
+    T take()
+    {
+        T value{};
+        if (left_ < sizeof value) return broken_ = true, value;
+        std::memcpy(&value, p_, sizeof value);
+        p_ += sizeof value, left_ -= sizeof value;
+        return value;
+    }
+    String text()
+    {
+        const uint32_t count = take<uint32_t>();
+        if (broken_ || count > left_ / sizeof(wchar_t)) return broken_ = true, String();
+        std::wstring text(count, L'\0');
+        std::memcpy(text.data(), p_, count * sizeof(wchar_t));
+        p_ += count * sizeof(wchar_t), left_ -= count * sizeof(wchar_t);
+        return String(std::move(text));
+    }
+    bool whole() const { return !broken_ && left_ == 0; }
+
+private:
+    const char* p_;
+    size_t left_;
+    bool broken_ = false;
+};
+
+FileStamp stampOf(const String& path)
+{
+    FileStamp stamp;
+    try {
+        stamp.size = Files::size(path);
+        long long access, creation;
+        stamp.known = Files::time(path, access, stamp.modification, creation);
+    } catch (Exception* e) {
+        e->destroy(); // the file's turn meets the same failure, or finds the file again
+    }
+    return stamp;
+}
+
+} // namespace
+
+ProbeResult ProbeResult::probe(const String& path)
+{
+    ProbeResult result;
+    std::wstring* before = ZELDebugCaptureReport(&result.traces);
+    result.seen = stampOf(path);
+    try {
+        result.facts = MediaFacts::probe(path);
+    } catch (Exception* e) {
+        result.failed = true;
+        const auto* io = dynamic_cast<const IOException*>(e);
+        result.reason = io ? io->reason() : e->toString();
+        result.systemError = e->systemError();
+        e->destroy();
+    }
+    ZELDebugCaptureReport(before);
+    return result;
+}
+
+ProbeResult ProbeResult::lost(const String& reason)
+{
+    ProbeResult result;
+    result.failed = result.final = true;
+    result.reason = reason;
+    return result;
+}
+
+Exception* ProbeResult::failure(const String& path) const { return ZEL_NEW IOException(path, reason, systemError); }
+
+void ProbeResult::encode(std::string& bytes) const
+{
+    const size_t start = bytes.size();
+    put(bytes, uint32_t(0)); // the length, known at the end
+    put(bytes, static_cast<uint8_t>((seen.known ? kKnown : 0) | (failed ? kFailed : 0)));
+    put(bytes, static_cast<uint64_t>(seen.size));
+    put(bytes, static_cast<int64_t>(seen.modification));
+    put(bytes, facts.width);
+    put(bytes, facts.height);
+    put(bytes, facts.duration);
+    put(bytes, static_cast<int32_t>(systemError));
+    for (const String* text : {&facts.format, &facts.inform, &reason}) putText(bytes, text->str());
+    putText(bytes, traces);
+    const auto length = static_cast<uint32_t>(bytes.size() - start - sizeof(uint32_t));
+    std::memcpy(bytes.data() + start, &length, sizeof length);
+}
+
+size_t ProbeResult::decode(const char* p, size_t n, ProbeResult& out)
+{
+    uint32_t length;
+    if (n < sizeof length) return 0;
+    std::memcpy(&length, p, sizeof length);
+    if (n - sizeof length < length) return 0;
+    Fields fields(p + sizeof length, length);
+    ProbeResult r;
+    const auto flags = fields.take<uint8_t>();
+    r.seen = {fields.take<uint64_t>(), fields.take<int64_t>(), (flags & kKnown) != 0};
+    r.failed = (flags & kFailed) != 0;
+    r.facts.width = fields.take<uint32_t>();
+    r.facts.height = fields.take<uint32_t>();
+    r.facts.duration = fields.take<uint32_t>();
+    r.systemError = fields.take<int32_t>();
+    r.facts.format = fields.text();
+    r.facts.inform = fields.text();
+    r.reason = fields.text();
+    r.traces = fields.text().str();
+    if (!fields.whole()) throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
+    out = std::move(r);
+    return sizeof length + length;
+}
+
+} // namespace ZELd

@@ -1,0 +1,51 @@
+// What one MediaInfo probe of a file gives, wherever it was made, and how it
+// crosses the pipe from a helper process to the program.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "media/MediaFacts.h"
+#include "zel/String.h"
+
+namespace ZELd {
+
+class Exception;
+
+// What the file system says of a file when it is probed, to tell whether it
+// changed before its turn.
+struct FileStamp {
+    unsigned long long size = 0;
+    long long modification = 0; // milliseconds
+    bool known = false;         // false: the file could not be examined; matches nothing
+
+    bool matches(const FileStamp& other) const { return known && other.known && size == other.size && modification == other.modification; }
+};
+
+struct ProbeResult {
+    FileStamp seen; // the file as it was just before the probe
+    MediaFacts facts;
+    bool failed = false;
+    // The helper that made the probe timed out or died: the failure stands
+    // whatever the file looks like at its turn.
+    bool final = false;
+    String reason; // the failure's text without the path ("MediaInfo Open Failed")
+    int systemError = 0;
+    std::wstring traces; // what the probe wrote to the debug report, to be written at the file's turn
+
+    // Probes the file in the calling process.
+    static ProbeResult probe(const String& path);
+    // A probe that never answered: a final failure.
+    static ProbeResult lost(const String& reason);
+    // The failure as the probe throws it in the program: IOException naming the path.
+    Exception* failure(const String& path) const;
+
+    // Appends the result to bytes as one message.
+    void encode(std::string& bytes) const;
+    // Takes one message from the front of [p, p + n): the bytes it took, or 0
+    // when the message is not complete yet. Throws IOException for bytes that
+    // are no message.
+    static size_t decode(const char* p, size_t n, ProbeResult& out);
+};
+
+} // namespace ZELd
