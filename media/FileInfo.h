@@ -8,6 +8,7 @@
 #include "media/APEv2.h"
 #include "media/ID3v1.h"
 #include "media/ID3v2.h"
+#include "media/MediaFacts.h"
 #include "zel/DateTime.h"
 #include "zel/String.h"
 
@@ -26,12 +27,8 @@ struct FileInfo {
     DateTime atime;
     DateTime mtime;
     DateTime ctime;
-    String notes;  // the text of the failure that stopped reading tags or media facts
-    String inform; // the media report
-    String format;
-    uint32_t width = 0;
-    uint32_t height = 0;
-    uint32_t duration = 0; // seconds
+    String notes;      // the text of the failure that stopped reading tags or media facts
+    MediaFacts media;  // the media report, format, width, height and duration
     ID3v1 id3v1;
     ID3v2 id3v2;
     APEv2 ape;

@@ -1,9 +1,6 @@
 #define ZEL_SOURCE "media/MediaFacts"
 #include "media/MediaFacts.h"
 
-#include <utility>
-
-#include "media/FileInfo.h"
 #include "media/MediaInfo.h"
 
 namespace ZELd {
@@ -25,15 +22,6 @@ MediaFacts MediaFacts::probe(const String& path)
         facts.height = media.imageHeight(0);
     }
     return facts;
-}
-
-void MediaFacts::moveTo(FileInfo& info)
-{
-    info.inform = std::move(inform);
-    info.format = std::move(format);
-    info.width = width;
-    info.height = height;
-    info.duration = duration;
 }
 
 } // namespace ZELd

@@ -10,8 +10,6 @@
 
 namespace ZELd {
 
-struct FileInfo;
-
 struct MediaFacts {
     String inform;
     String format;
@@ -21,8 +19,6 @@ struct MediaFacts {
 
     // Probes the file; throws what MediaInfo throws ("MediaInfo Open Failed").
     static MediaFacts probe(const String& path);
-    // Hands the facts over to the file's record.
-    void moveTo(FileInfo& info);
 };
 
 } // namespace ZELd

@@ -10,7 +10,6 @@
 
 namespace ZELd {
 
-class Exception;
 class MainArguments;
 
 class TagReader : public Object {
@@ -34,25 +33,17 @@ public:
     void readTag(const String& path, FileInfo& info);
     // Writes the record's report to the output writer.
     void print(const FileInfo& file) const;
-    // Writes the record's rows; a connection and an open transaction are expected.
+    // Hands the record to the store, which stores it in one transaction
+    // (unless the run is dry or has no database).
     void persist(const FileInfo& file);
 
     const MainArguments& args() const { return arguments; }
 
 private:
-    // One transaction around persist: committed, or rolled back and reported;
-    // tried again when another run took the file's ids.
-    void persistInTransaction(const FileInfo& file);
-    // Rolls the failed file back; rethrows, ending the walk, when the rollback
-    // fails or when the output has (then the failure is reported or rethrown).
-    void rollBack(Exception* failure);
-    // The ID3V1 row, or the "Title is NULL" line when the tag has no title.
-    void persistID3v1(const FileInfo& file);
-
     const MainArguments& arguments;
-    TagStore store;     // the connection, the current directory (currentDir) and the last ids (dirId, fileId)
     String fileRule;    // 80 "=": opens each file's report
     String sectionRule; // 80 "-": opens each verbose section and each file's rows
+    TagStore store;     // the connection, the current directory (currentDir) and the last ids (dirId, fileId)
     ProbeAhead probes_; // the media probes, made in helper processes
 };
 

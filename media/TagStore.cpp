@@ -1,18 +1,47 @@
 #define ZEL_SOURCE "media/TagStore"
 #include "media/TagStore.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <random>
+#include <thread>
 
 #include "zel/SQL.h"
+#include "zel/Writer.h"
 
 namespace ZELd {
 
 namespace {
 
-// How a DateTime is bound: a timestamp without time zone.
-constexpr short kTimestamp = -32768;
 // Binary frame data longer than this is not stored.
 constexpr size_t kMaxStoredBinary = 100;
+// How many times a file is stored when other runs keep taking its ids, the
+// longest wait before the next attempt, in milliseconds, and how far past
+// the stored ids the next attempt starts at most, per attempt. Runs that met
+// each other wait for random times and move their ids apart by random steps,
+// and so stop meeting: a run that is storing without a pause would otherwise
+// take the ids of every attempt of another one.
+constexpr int kStoreAttempts = 10;
+constexpr int kLongestWaitMilliseconds = 200;
+constexpr int kLongestIdStep = 8;
+
+std::minstd_rand& retryRandom()
+{
+    static std::minstd_rand random(static_cast<unsigned>(::getpid()) ^ static_cast<unsigned>(std::time(nullptr)));
+    return random;
+}
+
+int randomUpTo(int most) { return std::uniform_int_distribution<int>(0, most)(retryRandom()); }
+
+// Another run storing into the same catalogue took the file's ids, or the two deadlocked.
+bool isConflict(const Exception* failure)
+{
+    const auto* sql = dynamic_cast<const SQLException*>(failure);
+    return sql && sql->conflict();
+}
 
 void text(SQLParam* p, const String& value) { p->setValue(value, SQL::Text); }
 
@@ -22,7 +51,7 @@ void textOrNull(SQLParam* p, const String& value)
     else p->setValue(value, SQL::Text);
 }
 
-void time(SQLParam* p, const DateTime& value) { p->setValue(value, kTimestamp); }
+void time(SQLParam* p, const DateTime& value) { p->setValue(value, SQL::TimestampWithoutZone); }
 
 // The driver that the DRIVER key of a connection string names; empty when
 // there is no DRIVER key or its value is blank.
@@ -56,20 +85,83 @@ bool TagStore::ready() const { return connection && connection->connected(); }
 
 String TagStore::serverInfo() const { return connection->getServerInfo(); }
 
-void TagStore::begin() { connection->startTrans(); }
-
-void TagStore::commit() { connection->commitTrans(); }
-
-void TagStore::rollback()
+void TagStore::persist(const FileInfo& file)
 {
-    currentDir = String();
-    connection->rollbackTrans();
+    if (!ready()) return;
+    for (int attempt = 1;; ++attempt) {
+        Exception* failure = nullptr;
+        try {
+            connection->startTrans();
+            writeRows(file);
+            connection->commitTrans();
+            return;
+        } catch (Exception* e) {
+            failure = e;
+        }
+        if (Exception* fatal = rollBack(failure)) throw fatal;
+        if (isConflict(failure) && attempt < kStoreAttempts) { // stored again under new ids
+            failure->destroy();
+            reload_ = true;
+            skipIds_ = randomUpTo(kLongestIdStep * attempt);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1 + randomUpTo(std::min(kLongestWaitMilliseconds, 2 << attempt) - 1)));
+            continue;
+        }
+        errout_ << failure->toStringAll() << endl;
+        failure->destroy();
+        return;
+    }
+}
+
+Exception* TagStore::rollBack(Exception* failure)
+{
+    currentDir = String(); // the file's directory row goes with its other rows
+    try {
+        connection->rollbackTrans();
+    } catch (Exception* fatal) {
+        // The walk stops on the rollback's failure; the failure that called
+        // for the rollback says what went wrong (a lost server, a full disk).
+        errout_ << failure->toStringAll() << endl;
+        failure->destroy();
+        return fatal;
+    }
+    // A failure to print the trace lines is no failure of the file: it ends the walk.
+    return out_.failed() ? failure : nullptr;
+}
+
+void TagStore::writeRows(const FileInfo& file)
+{
+    out_ << rule_ << endl;
+    loadIds();
+    const DateTime now = DateTime::getCurrentLocalTime();
+    // Each line follows its row out.
+    if (file.dir != currentDir) {
+        const int32_t dir = insertDir(file.dir, now);
+        out_ << L"    INSERT STOR_DIR [" << dir << L"][" << file.dir << L"]" << endl;
+    }
+    const int64_t id = insertFile(file, now);
+    out_ << L"    INSERT STOR_FILE [" << static_cast<long long>(id) << L"][" << file.name << L"]" << endl;
+    if (file.id3v1.version() > 0) {
+        if (file.id3v1.title().isEmpty()) { // a tag without a title is no row
+            errout_ << L"Title is NULL " << file.id3v1.toString() << L" [" << file.dir << file.name << L"]" << endl;
+        } else {
+            insertID3v1(file.id3v1);
+            if (verbose_) out_ << L"    INSERT ID3V1" << endl;
+        }
+    }
+    if (file.id3v2.version() > 0) {
+        insertID3v2(file.id3v2);
+        if (verbose_) out_ << L"    INSERT ID3V2 ID3V2_FRAME[" << static_cast<unsigned long long>(file.id3v2.frames().size()) << L"]" << endl;
+    }
+    if (file.ape.version() != 0) {
+        insertApe(file.ape);
+        if (verbose_) out_ << L"    INSERT APE APE_ITEM[" << static_cast<unsigned long long>(file.ape.items().size()) << L"]" << endl;
+    }
 }
 
 void TagStore::loadIds()
 {
-    if (dirId != 0 && fileId != 0 && !reload) return;
-    reload = false;
+    if (dirId != 0 && fileId != 0 && !reload_) return;
+    reload_ = false;
     SQLQuery dirs(connection), files(connection);
     dirs.execute(L"SELECT COALESCE(MAX(DIR_ID), 1000) FROM STOR_DIR");
     dirs.fetch();
@@ -77,9 +169,9 @@ void TagStore::loadIds()
     files.execute(L"SELECT COALESCE(MAX(FILE_ID), 10000) FROM STOR_FILE");
     files.fetch();
     fileId = std::max(fileId, files.fields()[0].asInt64());
-    dirId += skipIds;
-    fileId += skipIds;
-    skipIds = 0;
+    dirId += skipIds_;
+    fileId += skipIds_;
+    skipIds_ = 0;
 }
 
 namespace {
@@ -125,11 +217,11 @@ int64_t TagStore::insertFile(const FileInfo& file, const DateTime& now)
     time(p.byName(L"FILE_MT"), file.mtime);
     time(p.byName(L"FILE_CT"), file.ctime);
     text(p.byName(L"FILE_ER"), file.notes);
-    text(p.byName(L"MEDI_FM"), file.format);
-    p.byName(L"MEDI_WI")->setValue(static_cast<unsigned int>(file.width));
-    p.byName(L"MEDI_HE")->setValue(static_cast<unsigned int>(file.height));
-    p.byName(L"MEDI_DU")->setValue(static_cast<unsigned int>(file.duration));
-    text(p.byName(L"MEDI_NF"), file.inform);
+    text(p.byName(L"MEDI_FM"), file.media.format);
+    p.byName(L"MEDI_WI")->setValue(static_cast<unsigned int>(file.media.width));
+    p.byName(L"MEDI_HE")->setValue(static_cast<unsigned int>(file.media.height));
+    p.byName(L"MEDI_DU")->setValue(static_cast<unsigned int>(file.media.duration));
+    text(p.byName(L"MEDI_NF"), file.media.inform);
     time(p.byName(L"CREA_TS"), now);
     time(p.byName(L"MODI_TS"), now);
     q.execute();

@@ -29,10 +29,10 @@ std::string loosely(const std::string& database, bool blanks)
     return s;
 }
 
-// Names that are not ASCII (this directory, and d-nötes.txt, probed ahead on
-// a worker while the file before it is stored): the programs run without a
-// locale, and a driver's client library may set the process's locale when
-// it connects (psqlODBC does), yet the media facts of the files are read.
+// Names that are not ASCII (this directory, and d-nötes.txt, probed ahead
+// while the file before it is stored): the programs run without a locale,
+// and a driver's client library may set the process's locale when it
+// connects (psqlODBC does), yet the media facts of the files are read.
 const std::string kSub = "b-s\u00FCb \u65E5\u672C/";
 
 class Storing : public ::testing::TestWithParam<std::string> {
