@@ -15,7 +15,7 @@ namespace ZELd {
 
 namespace {
 constexpr size_t kAll = std::numeric_limits<size_t>::max();
-constexpr long long kBlock = 32;
+constexpr size_t kBlock = APEv2::Header::kLength;
 } // namespace
 
 size_t APEv2Item::read(const char* begin, const char* end)
@@ -82,14 +82,14 @@ bool APEv2::read(File& file, const char* header, long long position)
             file.seek(static_cast<long long>(TagLocation::kHead), 0);
         }
     }
-    if (std::memcmp(header, "APETAGEX", 8) != 0) return false;
+    if (!Header::at(header)) return false;
 
     release(); // what an earlier read left
-    preamble_ = AsciiDecoder().decode(header, 8);
-    version_ = word(header + 8);
-    size_ = word(header + 12);
-    count_ = word(header + 16);
-    flags_ = static_cast<int32_t>(word(header + 20));
+    preamble_ = AsciiDecoder().decode(header, Header::kPreambleLength);
+    version_ = Header::version(header);
+    size_ = word(header + Header::kSizeAt);
+    count_ = word(header + Header::kCountAt);
+    flags_ = static_cast<int32_t>(word(header + Header::kFlagsAt));
 
     // Never trust the size: a tag larger than the whole file is refused
     // before anything is allocated. A footer's tag that would begin before

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "zel/Array.h"
 #include "zel/File.h"
@@ -36,6 +37,24 @@ private:
 
 class APEv2 : public Object {
 public:
+    // The 32 bytes of an APE header or footer (both have this layout): the
+    // preamble "APETAGEX", then the version, the tag size (the items and the
+    // footer), the item count and the flags, little-endian, and 8 reserved.
+    struct Header {
+        static constexpr size_t kLength = 32;
+        static constexpr size_t kVersionAt = 8, kSizeAt = 12, kCountAt = 16, kFlagsAt = 20;
+        static constexpr char kPreamble[] = "APETAGEX";
+        static constexpr size_t kPreambleLength = sizeof kPreamble - 1;
+        // Version 1000 is APE version 1, 2000 version 2.
+        static constexpr uint32_t kVersionUnit = 1000;
+
+        // The 32 bytes at p begin with the preamble.
+        static bool at(const char* p) { return std::memcmp(p, kPreamble, kPreambleLength) == 0; }
+        static uint32_t version(const char* p) { return word(p + kVersionAt); }
+        // 1 for version 1000, 2 for 2000; 0 below 1000.
+        static uint32_t digit(uint32_t version) { return version / kVersionUnit; }
+    };
+
     APEv2() = default;
     ~APEv2() override;
     APEv2(const APEv2&) = delete;

@@ -2,7 +2,6 @@
 #include "media/ID3v2.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <limits>
 #include <string_view>
@@ -109,50 +108,26 @@ bool __valid_language_code(const char* p)
 
 // ---- frame kinds -----------------------------------------------------------
 
-// Frame ids are compared as numbers: the id's bytes, the first one highest, a
-// 3-byte id padded with kIdPadding so that it never equals a 4-byte one. Kinds
-// are looked up only for ids that are ASCII, so no frame's id has the padding
-// byte among its first three: kNoId, the id a kind lacks in one version, never
-// names a frame, neither whole nor in its first three bytes.
-constexpr unsigned char kIdPadding = 0xFF;
-constexpr uint32_t kNoId = 0xFFFFFFFF;
-constexpr uint32_t kWholeIdMask = 0xFFFFFFFF, kFirstThreeMask = 0xFFFFFF00;
-
-constexpr uint32_t idKey(const char* id, size_t length)
+// Whether a frame's id names a kind: the whole id is one of the kind's ids,
+// or, for a kind matched by its first three characters, its first three are
+// the first three of one of them. A 3-byte id never equals a 4-byte one.
+bool names(const FrameKind& kind, std::string_view id)
 {
-    uint32_t key = 0;
-    for (size_t i = 0; i < kFrameHeader23.idLength; ++i) key = key << 8 | (i < length ? static_cast<unsigned char>(id[i]) : kIdPadding);
-    return key;
-}
-
-constexpr uint32_t idKey(std::string_view id) { return id.empty() ? kNoId : idKey(id.data(), id.size()); }
-
-// The keys of each row of kFrameKinds, masked as the row compares them.
-struct KindKeys {
-    uint32_t mask, id22, id23;
-};
-constexpr auto kKindKeys = [] {
-    std::array<KindKeys, std::size(id3v2frames::kFrameKinds)> keys{};
-    for (size_t i = 0; i < keys.size(); ++i) {
-        const FrameKind& kind = id3v2frames::kFrameKinds[i];
-        const uint32_t mask = kind.match == IdMatch::FirstThree ? kFirstThreeMask : kWholeIdMask;
-        keys[i] = {mask, idKey(kind.id22) & mask, idKey(kind.id23) & mask};
+    for (std::string_view own : {kind.id22, kind.id23}) {
+        if (own.empty()) continue;
+        if (kind.match == IdMatch::FirstThree ? id.substr(0, 3) == own.substr(0, 3) : id == own) return true;
     }
-    return keys;
-}();
+    return false;
+}
 
 // The parts of a frame's body: those of the kind its id names, else those of
 // its first byte's family. An id that is not ASCII names no kind.
 const FrameParts& partsOf(const char* id, size_t idLength, bool idIsAscii)
 {
     using namespace id3v2frames;
-    if (idIsAscii) {
-        const uint32_t key = idKey(id, idLength);
-        for (size_t i = 0; i < kKindKeys.size(); ++i) {
-            const uint32_t masked = key & kKindKeys[i].mask;
-            if (masked == kKindKeys[i].id22 || masked == kKindKeys[i].id23) return kFrameKinds[i].parts;
-        }
-    }
+    if (idIsAscii)
+        for (const FrameKind& kind : kFrameKinds)
+            if (names(kind, std::string_view(id, idLength))) return kind.parts;
     for (const FrameFamily& family : kFrameFamilies)
         if (family.firstLetter == id[0]) return family.parts;
     return kWholeBody;

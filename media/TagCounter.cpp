@@ -34,11 +34,11 @@ void TagCounter::read(const String& path, TagCounter& counter)
     File file(path, File::kRead, File::kMode);
     TagLocation at(file);
     const int id3v2 = at.id3v2() ? static_cast<signed char>(at.head[3]) : 0;
-    uint32_t ape = at.apeHeader() ? APEv2::word(at.head + 8) / 1000 : 0;
+    uint32_t ape = at.apeHeader() ? APEv2::Header::digit(APEv2::Header::version(at.head)) : 0;
     at.readTail(file);
     long long position;
     const char* footer = ape == 0 ? at.apeFooter(position) : nullptr;
-    if (footer) ape = APEv2::word(footer + 8) / 1000;
+    if (footer) ape = APEv2::Header::digit(APEv2::Header::version(footer));
     switch (id3v2) {
     case 2: ++counter.id3v22_; break;
     case 3: ++counter.id3v23_; break;

@@ -19,15 +19,13 @@ namespace ZELd {
 namespace {
 
 constexpr size_t kRuleWidth = 80;
-// APE versions are 1000 and 2000: divided by this, their digit.
-constexpr uint32_t kApeVersionDigit = 1000;
 
 // The report's tags[...] number: the ID3v2 version in the hundreds, the APE
-// version's digit in the tens, the ID3v1 version in the ones ("321": ID3v2.3,
-// APE 2, ID3v1.1).
+// version counted in tenths of its unit (20 for version 2000), the ID3v1
+// version in the ones ("321": ID3v2.3, APE 2, ID3v1.1).
 int32_t tagNumber(const FileInfo& file)
 {
-    return file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / 100) + file.id3v1.version();
+    return file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / (APEv2::Header::kVersionUnit / 10)) + file.id3v1.version();
 }
 
 } // namespace
@@ -81,7 +79,7 @@ void TagReader::readTag(const String& path, FileInfo& info)
     TagLocation at(file);
     uint32_t apeVersion = 0; // 1 or 2 once an APE tag was read at the start: the end is then not searched
     if (at.id3v2()) info.id3v2.read(file, at.head);
-    else if (at.apeHeader() && info.ape.read(file, at.head, 0)) apeVersion = info.ape.version() / kApeVersionDigit;
+    else if (at.apeHeader() && info.ape.read(file, at.head, 0)) apeVersion = APEv2::Header::digit(info.ape.version());
     at.readTail(file);
     long long position = 0;
     if (const char* footer = apeVersion == 0 ? at.apeFooter(position) : nullptr) info.ape.read(file, footer, position);
