@@ -4,11 +4,14 @@
 #define ZEL_SOURCE "tests/media/ID3v2Test"
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
 #include "media/ID3v2.h"
+#include "media/ID3v2FrameKinds.h"
 #include "support/ReportCapture.h"
 #include "support/TagBuilder.h"
 #include "zel/File.h"
@@ -64,8 +67,11 @@ TEST(ID3v2, HeaderBytesDecideWhetherATagIsRead)
         {patched(testsupport::id3v2(4, {kHello}, 0, 0x80), 4, 0x90), L"TIT2", L"ID3 version[4] revision[-112] flags[ffffff80] size[17] fsbits[8]"},
         {patched(v22, 3, 0), L"TT2", L"ID3 version[0] revision[0] flags[0] size[12] fsbits[8]"}, // let through: 3-byte ids
         {patched(v22, 3, 0xFF), L"TT2", L"ID3 version[-1] revision[0] flags[0] size[12] fsbits[8]"},
-        {patched(v23, 3, 5), nullptr, refused}, {patched(v23, 2, '4'), nullptr, refused}, {v23.substr(0, 9), nullptr, refused},
-        {patched(v23, 6, 0x80), nullptr, refused}, {patched(v23, 9, v23[9] | 0x80), nullptr, refused}, // sizes are seven bits a byte
+        {patched(v23, 3, 5), nullptr, refused},
+        {patched(v23, 2, '4'), nullptr, refused},
+        {v23.substr(0, 9), nullptr, refused},
+        {patched(v23, 6, 0x80), nullptr, refused}, // sizes are seven bits a byte
+        {patched(v23, 9, v23[9] | 0x80), nullptr, refused},
     };
     for (const auto& c : cases) {
         for (bool given : {false, true}) {
@@ -96,7 +102,8 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
         {testsupport::id3v2(2, {{"TT2", k200.body}}, 10), 8, L"TT2", 200},
         {testsupport::id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7}, // ends at the body's end
         {tag(3, hello + raw({0, 0, 0, 0}) + frame(3, kWorld, false)), 8, L"TIT2", 7}, // after the padding: ignored
-        {testsupport::id3v2(3, {}), 8, L"", 0}, {testsupport::id3v2(3, {}, 64), 8, L"", 0},
+        {testsupport::id3v2(3, {}), 8, L"", 0},
+        {testsupport::id3v2(3, {}, 64), 8, L"", 0},
         {testsupport::id3v2(3, {kHello, {"TPE1", ""}}), 0, L"", 0, invalid + L"[TIT2][7]\nfalse [11][1B][54]\n[TIT2][7]\nfalse [11][1B][54]\n"},
         {tag(3, hello + frame(3, {"\xFFIT2", "x"}, false)), 0, L"", 0, invalid + L"[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n"},
         {tag(3, "TIT2" + testsupport::be(1000, 4) + raw({0, 0}) + textBody("Hello\0\0\0\0"s)), 0, L"", 0,
@@ -141,34 +148,61 @@ std::vector<Row> rows()
 {
     const std::string x64(64, 'x'), png = "\0image/png\0\x03\0"s, pic(200, '\xA5');
     return {
-        {3, {"AENC", "owner\0\1\2"s}, 0, 0, L"owner", L"", L"", "\1\2"}, {3, {"APIC", png + pic.substr(0, 100)}, 0, 3, L"image/png", L"", L"", pic.substr(0, 100)},
+        {3, {"AENC", "owner\0\1\2"s}, 0, 0, L"owner", L"", L"", "\1\2"},
+        {3, {"APIC", png + pic.substr(0, 100)}, 0, 3, L"image/png", L"", L"", pic.substr(0, 100)},
         {3, {"APIC", testsupport::be(5, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 5)}, // data length indicator
         {3, {"APIC", testsupport::be(0x1000, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 10)},
         {4, {"APIC", raw({0, 0, 1, 0}) + png + pic, 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 128)}, // 128 seven bits a byte
-        {3, {"APIC", raw({0, 0, 1}), 1}, 0, 0, L"", L"", L"", ""}, {3, {"ASPI", "\0\1\2"s}, 0, 0, L"", L"", L"", "\0\1\2"s},
-        {2, {"COM", "\0engd\0c"s}, 0, 0, L"eng", L"d", L"c", ""}, {2, {"CRA", "own\0\1\2"s}, 0, 0, L"own", L"", L"", "\1\2"},
-        {3, {"CTOC", "toc\0\3"s}, 0, 0, L"", L"", L"", "toc\0\3"s}, {2, {"GEO", "\0a/b\0f\0d\0\7"s}, 0, 0, L"a/b", L"d", L"f", "\7"},
-        {2, {"IPL", "\3role\0name"s}, 3, 0, L"", L"", L"role", ""}, {3, {"ITUN", "\3abc"}, 0, 0, L"", L"", L"", "\3abc"},
-        {2, {"PIC", "\0JPG\3\0"s + pic.substr(0, 10)}, 0, 3, L"JPG", L"", L"", pic.substr(0, 10)}, {2, {"PIC", "\0PN"s}, 0, 0, L"PN", L"", L"", ""},
-        {3, {"PRIV", "owner\0\1\2\3"s}, 0, 0, L"owner", L"", L"", "\1\2\3"}, {3, {"PCNT", "\0\0\0\5"s}, 0, 0, L"", L"", L"", "\0\0\0\5"s},
-        {2, {"TXX", "\0k\0v"s}, 0, 0, L"", L"k", L"v", ""}, {3, {"TIT2", "\0  Hi \t\0b"s, 0xFFFF}, 0, 0, L"", L"", L"Hi", ""},
-        {2, {"UFI", "a\0"s + x64}, 0, 0, L"a", L"", std::wstring(64, L'x'), x64}, {3, {"UFID", "a\0"s + x64 + "y"}, 0, 0, L"a", L"", L"", x64},
-        {2, {"ULT", "\0engd\0words"s}, 0, 0, L"eng", L"d", L"words", ""}, {3, {"USER", "\0engterms"s}, 0, 0, L"eng", L"", L"terms", ""},
-        {3, {"COMM", "\0ENGd\0t"s}, 0, 0, L"", L"ENGd", L"t", ""}, {3, {"USLT", "\0XXXd\0t"s}, 0, 0, L"XXX", L"d", L"t", ""}, // language codes
-        {3, {"USER", "\0en1t"s}, 0, 0, L"", L"", L"en1t", ""}, {3, {"COMM", "\0eng"s}, 0, 0, L"", L"eng", L"", ""},
+        {3, {"APIC", raw({0, 0, 1}), 1}, 0, 0, L"", L"", L"", ""},
+        {3, {"ASPI", "\0\1\2"s}, 0, 0, L"", L"", L"", "\0\1\2"s},
+        {2, {"COM", "\0engd\0c"s}, 0, 0, L"eng", L"d", L"c", ""},
+        {2, {"CRA", "own\0\1\2"s}, 0, 0, L"own", L"", L"", "\1\2"},
+        {3, {"CTOC", "toc\0\3"s}, 0, 0, L"", L"", L"", "toc\0\3"s},
+        {2, {"GEO", "\0a/b\0f\0d\0\7"s}, 0, 0, L"a/b", L"d", L"f", "\7"},
+        {3, {"GEOB", "\x01text/x\0\xFF\xFE" "f\0\0\0\xFF\xFE" "d\0\0\0payload"s}, 1, 0, L"text/x", L"d", L"f", "payload"}, // the MIME type is Latin-1
+        {2, {"IPL", "\3role\0name"s}, 3, 0, L"", L"", L"role", ""},
+        {3, {"IPLS", "\0role\0name"s}, 0, 0, L"", L"", L"role", ""},
+        {3, {"ITUN", "\3abc"}, 0, 0, L"", L"", L"", "\3abc"},
+        {2, {"PIC", "\0JPG\3\0"s + pic.substr(0, 10)}, 0, 3, L"JPG", L"", L"", pic.substr(0, 10)},
+        {2, {"PIC", "\0PN"s}, 0, 0, L"PN", L"", L"", ""},
+        {3, {"PRIV", "owner\0\1\2\3"s}, 0, 0, L"owner", L"", L"", "\1\2\3"},
+        {3, {"PCNT", "\0\0\0\5"s}, 0, 0, L"", L"", L"", "\0\0\0\5"s},
+        {2, {"TXX", "\0k\0v"s}, 0, 0, L"", L"k", L"v", ""},
+        {3, {"TIT2", "\0  Hi \t\0b"s, 0xFFFF}, 0, 0, L"", L"", L"Hi", ""},
+        {2, {"UFI", "a\0"s + x64}, 0, 0, L"a", L"", std::wstring(64, L'x'), x64},
+        {3, {"UFID", "a\0"s + x64 + "y"}, 0, 0, L"a", L"", L"", x64},
+        {2, {"ULT", "\0engd\0words"s}, 0, 0, L"eng", L"d", L"words", ""},
+        {3, {"USER", "\0engterms"s}, 0, 0, L"eng", L"", L"terms", ""},
+        {3, {"COMM", "\0ENGd\0t"s}, 0, 0, L"", L"ENGd", L"t", ""},
+        {3, {"USLT", "\0XXXd\0t"s}, 0, 0, L"XXX", L"d", L"t", ""}, // language codes
+        {3, {"USER", "\0en1t"s}, 0, 0, L"", L"", L"en1t", ""},
+        {3, {"COMM", "\0eng"s}, 0, 0, L"", L"eng", L"", ""},
         {3, {"WXXX", raw({1, 0xFF, 0xFE, 'h', 0, 0, 0, 'u', 0xE9})}, 1, 0, L"u\u00E9", L"h", L"", ""}, // the URL is Latin-1
-        {2, {"WXX", "\0h\0u"s}, 0, 0, L"u", L"h", L"", ""}, {3, {"WOAR", "a/b\0c"s}, 0, 0, L"a/b", L"", L"", ""},
+        {2, {"WXX", "\0h\0u"s}, 0, 0, L"u", L"h", L"", ""},
+        {3, {"WOAR", "a/b\0c"s}, 0, 0, L"a/b", L"", L"", ""},
         {3, {"MCDI", "\0\1\2\3"s}, 0, 0, L"", L"", L"", "\0\1\2\3"s},
         {3, {"TXXX", raw({1, 0xFF, 0xFE, 0x41, 0, 0, 0, 0x42, 0})}, 1, 0, L"", L"A", L"B", ""}, // UTF-16: a zero unit ends a string
         {3, {"TXXX", raw({1, 0xFF, 0xFE, 0x41, 0, 0, 0x42, 0, 0})}, 1, 0, L"", L"A\u4200", L"", ""}, // zeros across units end nothing
         {3, {"TXXX", raw({1, 0xFF, 0xFE, 'a', 0, 0})}, 1, 0, L"", L"a", L"", ""},
         {3, {"TXXX", raw({1, 0xFF, 0xFE, 0, 0, 0xFF, 0xFE, 'v', 0})}, 1, 0, L"", L"", L"v", ""}, // a mark alone is no text
-        {3, {"TXXX", raw({2, 0xFE, 0xFF, 0, 0, 0, 'v'})}, 2, 0, L"", L"", L"v", ""}, {3, {"TIT2", raw({7, 'c', 'a', 'f', 0xE9})}, 7, 0, L"", L"", L"caf\u00E9", ""},
+        {3, {"TXXX", raw({2, 0xFE, 0xFF, 0, 0, 0, 'v'})}, 2, 0, L"", L"", L"v", ""},
+        {3, {"TIT2", raw({7, 'c', 'a', 'f', 0xE9})}, 7, 0, L"", L"", L"caf\u00E9", ""},
         {3, {"TXXX", raw({3, 0xFF, 'x', 0}) + "ok"}, 3, 0, L"", L"", L"ok", ""}, // what cannot be decoded is empty
         {3, {"TXXX", "\0abc"s}, 0, 0, L"", L"abc", L"", "", "TIT2\0"s}, // without a terminator later readings find nothing
-        {3, {"TXXA", "\0k\0v"s}, 0, 0, L"", L"k", L"v", ""}, {3, {"IPLX", "\0role"s}, 0, 0, L"", L"", L"role", ""}, // TXX, IPL: the first three
+        {3, {"TXXA", "\0k\0v"s}, 0, 0, L"", L"k", L"v", ""},
+        {3, {"IPLX", "\0role"s}, 0, 0, L"", L"", L"role", ""}, // TXX, IPL: the first three
         {3, {"T\xC9T2", "\0x"s}, 0, 0, L"", L"", L"x", ""}, // an id that is not ASCII is empty, and read by its first letter
     };
+}
+
+TEST(ID3v2, EveryKindOfFrameHasARow)
+{
+    const std::vector<Row> all = rows();
+    auto hasRow = [&](std::string_view id) { return std::any_of(all.begin(), all.end(), [&](const Row& r) { return r.frame.id == id; }); };
+    for (const FrameKind& kind : id3v2frames::kFrameKinds)
+        for (std::string_view id : {kind.id22, kind.id23}) EXPECT_TRUE(id.empty() || hasRow(id)) << id;
+    for (const FrameFamily& family : id3v2frames::kFrameFamilies)
+        EXPECT_TRUE(std::any_of(all.begin(), all.end(), [&](const Row& r) { return r.frame.id[0] == family.firstLetter; })) << family.firstLetter;
 }
 
 TEST(ID3v2, EachFrameKeepsItsFieldsAndReadsNothingPastTheEnd)

@@ -51,22 +51,33 @@ inline Engine firebirdEngine(const std::string& name, const std::string& driver,
     std::string hex;
     for (int at = 1; at <= 97; at += 16)
         hex += (at > 1 ? " || " : "") + std::string("UUID_TO_CHAR(CAST(SUBSTRING({1} FROM ") + std::to_string(at) + " FOR 16) AS CHAR(16) CHARACTER SET OCTETS))";
-    return {name, driver, "SONARCAT_TEST_FIREBIRD",
-            "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& " + isql + "-ch UTF8 -i {schema}firebird.sql " +
-                database + " && gfix -write async" + login + database,
-            "[ ! -e '{FILES}/{db}.fdb' ] || echo 'DROP DATABASE;' | " + isql + database, connection,
-            "LEFT(REPLACE(" + hex + ", '-', ''), 2 * OCTET_LENGTH({1}))", "LEFT(CAST({1} AS VARCHAR(24)), 23)",
-            {"CREATE EXCEPTION FRAME_REJECTED 'frame rejected'",
-             "CREATE TRIGGER REJECT_FRAME FOR ID3V2_FRAME BEFORE INSERT AS BEGIN IF (NEW.FRAME_ID = '{1}') THEN EXCEPTION FRAME_REJECTED; END"},
-            {{"DRIVER=" + driver + ";USER={USER};PASSWORD=wrong;SERVER={SERVER};DATABASE={FILES}/{db}.fdb", "Your user name and password are not defined"},
-             {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER={SERVER};DATABASE={FILES}/{db}_missing.fdb",
-              "I/O error during \"open\" operation for file \"{FILES}/{db}_missing.fdb\""},
-             {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1/1;DATABASE={FILES}/{db}.fdb", // nothing listens on port 1
-              driver + ": cannot connect: Unable to complete network request to host \"127.0.0.1\""},
-             // Without a server the file is not opened from this process, though it could be.
-             {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};DATABASE={FILES}/{db}.fdb", "unavailable database [{FILES}/{db}.fdb]"}},
-            "printf '%s\\n' 'SET HEADING OFF;' 'SELECT COUNT(*) FROM MON$TRANSACTIONS t JOIN MON$RECORD_STATS r ON r.MON$STAT_ID = t.MON$STAT_ID "
-            "WHERE t.MON$ATTACHMENT_ID <> CURRENT_CONNECTION AND r.MON$RECORD_INSERTS > 0;' | isql-fb -q" + login + database};
+    return {
+        .name = name,
+        .driver = driver,
+        .variable = "SONARCAT_TEST_FIREBIRD",
+        .create = "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& " + isql + "-ch UTF8 -i {schema}firebird.sql " +
+                  database + " && gfix -write async" + login + database,
+        .drop = "[ ! -e '{FILES}/{db}.fdb' ] || echo 'DROP DATABASE;' | " + isql + database,
+        .connection = connection,
+        .hex = "LEFT(REPLACE(" + hex + ", '-', ''), 2 * OCTET_LENGTH({1}))",
+        .time = "LEFT(CAST({1} AS VARCHAR(24)), 23)",
+        .rejectFrame = {"CREATE EXCEPTION FRAME_REJECTED 'frame rejected'",
+                        "CREATE TRIGGER REJECT_FRAME FOR ID3V2_FRAME BEFORE INSERT AS BEGIN IF (NEW.FRAME_ID = '{1}') THEN EXCEPTION FRAME_REJECTED; END"},
+        .refusals =
+            {
+                {"DRIVER=" + driver + ";USER={USER};PASSWORD=wrong;SERVER={SERVER};DATABASE={FILES}/{db}.fdb", "Your user name and password are not defined"},
+                {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER={SERVER};DATABASE={FILES}/{db}_missing.fdb",
+                 "I/O error during \"open\" operation for file \"{FILES}/{db}_missing.fdb\""},
+                // Nothing listens on port 1.
+                {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1/1;DATABASE={FILES}/{db}.fdb",
+                 driver + ": cannot connect: Unable to complete network request to host \"127.0.0.1\""},
+                // Without a server the file is not opened from this process, though it could be.
+                {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};DATABASE={FILES}/{db}.fdb", "unavailable database [{FILES}/{db}.fdb]"},
+            },
+        .pending = "printf '%s\\n' 'SET HEADING OFF;' 'SELECT COUNT(*) FROM MON$TRANSACTIONS t JOIN MON$RECORD_STATS r ON r.MON$STAT_ID = t.MON$STAT_ID "
+                   "WHERE t.MON$ATTACHMENT_ID <> CURRENT_CONNECTION AND r.MON$RECORD_INSERTS > 0;' | isql-fb -q" +
+                   login + database,
+    };
 }
 
 inline const std::vector<Engine>& engines()
@@ -102,56 +113,142 @@ inline const std::vector<Engine>& engines()
     // Without OPTION=67108864 (several statements in one text): Connector/ODBC 3.1.15 loses 1 KB on every connection with it.
     const std::string odbcMariaDB = "DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
     static const std::vector<Engine> all = {
-        {"SQLite", "ZELSQLite3", nullptr, sqliteCreate, sqliteDrop, "DRIVER=ZELSQLite3;DATABASE={db}", sqliteHex, "{1}", sqliteReject,
-         {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}}, sqliteLocked},
-        {"SQLCipher", "ZELSQLCipher", nullptr,
-         "{ echo \"PRAGMA key = 'sonarcat-test';\"; cat {schema}sqlite3.sql; } | sqlcipher '{db}' && sqlite3 '{db}.plain' < {schema}sqlite3.sql", "rm -f '{db}'*",
-         "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test", sqliteHex, "{1}", sqliteReject,
-         {{"DRIVER=ZELSQLCipher;DATABASE={db};KEY=wrong", "ZELSQLCipher: cannot connect: wrong key or not an encrypted catalogue"},
-          {"DRIVER=ZELSQLCipher;DATABASE={db}.plain;KEY=sonarcat-test", "wrong key or not an encrypted catalogue (file is encrypted or is not a database) [{db}.plain]"},
-          {"DRIVER=ZELSQLCipher;DATABASE={db}.missing;KEY=sonarcat-test", "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing]"},
-          {"DRIVER=ZELSQLCipher;DATABASE={db}", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
-          {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"}},
-         "sqlcipher -bail '{db}' \"PRAGMA key = 'sonarcat-test'; BEGIN IMMEDIATE; ROLLBACK;\" 2>&1 | grep -c 'database is locked'"},
-        {"PostgreSQL", "ZELPostgreSQL", "SONARCAT_TEST_POSTGRES", pgCreate, pgDrop, "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}", pgHex, pgTime, pgReject,
-         {{"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "password authentication failed"},
-          {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
-          {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
-           "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}},
-         psql + "{db} -tAc \"" + pgWriting + " AND application_name = 'sonarcat'\"",
-         // The program sends a file's statements in one batch, done before a look can see them unless they wait in the socket.
-         {"CREATE FUNCTION SLOW() RETURNS trigger AS $$ BEGIN PERFORM pg_sleep(1); RETURN NEW; END $$ LANGUAGE plpgsql",
-          "CREATE TRIGGER SLOW BEFORE INSERT ON ID3V2 FOR EACH ROW WHEN (NEW.SIZE_ > 100000) EXECUTE FUNCTION SLOW()"}},
-        {"MariaDB", "ZELMariaDB", "SONARCAT_TEST_MARIADB", myCreate, myDrop, "DRIVER=ZELMariaDB;{settings};DATABASE={db}", myHex, myTime, myReject,
-         {{"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "Access denied for user '{USER}'"},
-          {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
-          {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", // nothing listens on port 1
-           "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
-          {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
-          {"DRIVER=ZELMariaDB;USER={USER};SERVER={SERVER};PORT=3306x;DATABASE={db}", "not a port number: [3306x]"}},
-         // Rows not yet committed, seen by a dirty read (INNODB_TRX is a cache refreshed every 0.1 s: too slow to tell).
-         mariadb + "{db} -NBe 'SET SESSION TRANSACTION ISOLATION LEVEL READ UNCOMMITTED; SELECT " + rows + " INTO @dirty; "
-                   "SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED; SELECT @dirty - (" + rows + ")'"},
+        {
+            .name = "SQLite",
+            .driver = "ZELSQLite3",
+            .variable = nullptr,
+            .create = sqliteCreate,
+            .drop = sqliteDrop,
+            .connection = "DRIVER=ZELSQLite3;DATABASE={db}",
+            .hex = sqliteHex,
+            .time = "{1}",
+            .rejectFrame = sqliteReject,
+            .refusals = {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}},
+            .pending = sqliteLocked,
+        },
+        {
+            .name = "SQLCipher",
+            .driver = "ZELSQLCipher",
+            .variable = nullptr,
+            .create = "{ echo \"PRAGMA key = 'sonarcat-test';\"; cat {schema}sqlite3.sql; } | sqlcipher '{db}' && sqlite3 '{db}.plain' < {schema}sqlite3.sql",
+            .drop = "rm -f '{db}'*",
+            .connection = "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test",
+            .hex = sqliteHex,
+            .time = "{1}",
+            .rejectFrame = sqliteReject,
+            .refusals =
+                {
+                    {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=wrong", "ZELSQLCipher: cannot connect: wrong key or not an encrypted catalogue"},
+                    {"DRIVER=ZELSQLCipher;DATABASE={db}.plain;KEY=sonarcat-test",
+                     "wrong key or not an encrypted catalogue (file is encrypted or is not a database) [{db}.plain]"},
+                    {"DRIVER=ZELSQLCipher;DATABASE={db}.missing;KEY=sonarcat-test", "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing]"},
+                    {"DRIVER=ZELSQLCipher;DATABASE={db}", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
+                    {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
+                },
+            .pending = "sqlcipher -bail '{db}' \"PRAGMA key = 'sonarcat-test'; BEGIN IMMEDIATE; ROLLBACK;\" 2>&1 | grep -c 'database is locked'",
+        },
+        {
+            .name = "PostgreSQL",
+            .driver = "ZELPostgreSQL",
+            .variable = "SONARCAT_TEST_POSTGRES",
+            .create = pgCreate,
+            .drop = pgDrop,
+            .connection = "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}",
+            .hex = pgHex,
+            .time = pgTime,
+            .rejectFrame = pgReject,
+            .refusals =
+                {
+                    {"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "password authentication failed"},
+                    {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
+                    // Nothing listens on port 1.
+                    {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
+                     "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"},
+                },
+            .pending = psql + "{db} -tAc \"" + pgWriting + " AND application_name = 'sonarcat'\"",
+            // The program sends a file's statements in one batch, done before a look can see them unless they wait in the socket.
+            .slow = {"CREATE FUNCTION SLOW() RETURNS trigger AS $$ BEGIN PERFORM pg_sleep(1); RETURN NEW; END $$ LANGUAGE plpgsql",
+                     "CREATE TRIGGER SLOW BEFORE INSERT ON ID3V2 FOR EACH ROW WHEN (NEW.SIZE_ > 100000) EXECUTE FUNCTION SLOW()"},
+        },
+        {
+            .name = "MariaDB",
+            .driver = "ZELMariaDB",
+            .variable = "SONARCAT_TEST_MARIADB",
+            .create = myCreate,
+            .drop = myDrop,
+            .connection = "DRIVER=ZELMariaDB;{settings};DATABASE={db}",
+            .hex = myHex,
+            .time = myTime,
+            .rejectFrame = myReject,
+            .refusals =
+                {
+                    {"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "Access denied for user '{USER}'"},
+                    {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
+                    // Nothing listens on port 1.
+                    {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
+                    {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
+                    {"DRIVER=ZELMariaDB;USER={USER};SERVER={SERVER};PORT=3306x;DATABASE={db}", "not a port number: [3306x]"},
+                },
+            // Rows not yet committed, seen by a dirty read (INNODB_TRX is a cache refreshed every 0.1 s: too slow to tell).
+            .pending = mariadb + "{db} -NBe 'SET SESSION TRANSACTION ISOLATION LEVEL READ UNCOMMITTED; SELECT " + rows +
+                       " INTO @dirty; SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED; SELECT @dirty - (" + rows + ")'",
+        },
         firebirdEngine("Firebird", "ZELFirebird", "SERVER={SERVER};DATABASE={FILES}/{db}.fdb"),
         firebirdEngine("InterBase", "ZELInterBase", "DATABASE={SERVER}:{FILES}/{db}.fdb"),
-        {"ODBC PostgreSQL", "ZELODBC", "SONARCAT_TEST_POSTGRES", pgCreate, pgDrop, odbcPostgres, pgHex, pgTime, pgReject,
-         // The driver's own diagnostics reach the message; the native rows try each kind of refusal.
-         {{"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "password authentication failed"},
-          // Debian registers the driver as "PostgreSQL Unicode" and "PostgreSQL ANSI" only.
-          {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}", "Can't open lib 'PostgreSQL' : file not found"}},
-         // psqlODBC names no application: the program's is the one connection to the database writing rows.
-         psql + "{db} -tAc \"" + pgWriting + " AND pid <> pg_backend_pid()\""},
-        {"ODBC SQLite3", "ZELODBC", nullptr, sqliteCreate, sqliteDrop, odbcSQLite, sqliteHex, "{1}", sqliteReject,
-         {{"DRIVER={SQLite3};DATABASE={db}.missing;NoCreat=1", "ZELODBC: cannot connect: [SQLite]connect failed"},
-          // Unlike the program's own drivers, the ODBC driver manager takes no blanks around a key.
-          {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"}},
-         sqliteLocked},
-        {"ODBC MariaDB", "ZELODBC", "SONARCAT_TEST_MARIADB", myCreate, myDrop, odbcMariaDB, myHex, myTime, myReject,
-         {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "Unknown database '{db}_missing'"}},
-         // The rows a transaction wrote are locked until it ends: a locking read that may not wait is refused.
-         // (information_schema.INNODB_TRX would tell too, but it is a copy renewed at most every 0.1 s.)
-         mariadb + "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE NOWAIT' 2>&1 | "
-                   "grep -c 'Lock wait timeout'"},
+        {
+            .name = "ODBC PostgreSQL",
+            .driver = "ZELODBC",
+            .variable = "SONARCAT_TEST_POSTGRES",
+            .create = pgCreate,
+            .drop = pgDrop,
+            .connection = odbcPostgres,
+            .hex = pgHex,
+            .time = pgTime,
+            .rejectFrame = pgReject,
+            // The driver's own diagnostics reach the message; the native rows try each kind of refusal.
+            .refusals =
+                {
+                    {"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "password authentication failed"},
+                    // Debian registers the driver as "PostgreSQL Unicode" and "PostgreSQL ANSI" only.
+                    {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}", "Can't open lib 'PostgreSQL' : file not found"},
+                },
+            // psqlODBC names no application: the program's is the one connection to the database writing rows.
+            .pending = psql + "{db} -tAc \"" + pgWriting + " AND pid <> pg_backend_pid()\"",
+        },
+        {
+            .name = "ODBC SQLite3",
+            .driver = "ZELODBC",
+            .variable = nullptr,
+            .create = sqliteCreate,
+            .drop = sqliteDrop,
+            .connection = odbcSQLite,
+            .hex = sqliteHex,
+            .time = "{1}",
+            .rejectFrame = sqliteReject,
+            .refusals =
+                {
+                    {"DRIVER={SQLite3};DATABASE={db}.missing;NoCreat=1", "ZELODBC: cannot connect: [SQLite]connect failed"},
+                    // Unlike the program's own drivers, the ODBC driver manager takes no blanks around a key.
+                    {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"},
+                },
+            .pending = sqliteLocked,
+        },
+        {
+            .name = "ODBC MariaDB",
+            .driver = "ZELODBC",
+            .variable = "SONARCAT_TEST_MARIADB",
+            .create = myCreate,
+            .drop = myDrop,
+            .connection = odbcMariaDB,
+            .hex = myHex,
+            .time = myTime,
+            .rejectFrame = myReject,
+            .refusals = {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "Unknown database '{db}_missing'"}},
+            // The rows a transaction wrote are locked until it ends: a locking read that may not wait is refused.
+            // (information_schema.INNODB_TRX would tell too, but it is a copy renewed at most every 0.1 s.)
+            .pending = mariadb + "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE NOWAIT' 2>&1 | "
+                                 "grep -c 'Lock wait timeout'",
+        },
     };
     return all;
 }
