@@ -1,14 +1,18 @@
 #include "media/MainArguments.h"
 
+#include "zel/Exception.h"
 #include "zel/StringBuilder.h"
 
 namespace ZELd {
 
 namespace {
 
+constexpr int kCharset = 0x110000; // no character's code: --charset has no one-letter form
+
 const Arguments::Option __options__[] = {
     {L"summary", 's', nullptr, nullptr, L"Summary of tag items"},
     {L"verbose", 'v', nullptr, nullptr, L"Produce verbose output"},
+    {L"charset", kCharset, L"NAME", nullptr, L"read text that tags mark as Latin-1 in this character set, e.g. CP1251, SHIFT_JIS, GBK"},
     {nullptr, 0, nullptr, nullptr, L"The following options should be grouped together:"},
     {L"database", 'd', L"STRING", nullptr,
      L"Database connection."
@@ -40,11 +44,25 @@ void MainArguments::onOption(int id, const String& value)
     case 'n': _dryrun = true; break;
     case 's': _summary = true; break;
     case 'v': _verbose = true; break;
+    case kCharset: charset_ = value; break;
     default: break;
     }
 }
 
-bool MainArguments::onValidate() { return Arguments::onValidate(); }
+// The name is known when iconv opens it: the run's one descriptor, opened here.
+bool MainArguments::onValidate()
+{
+    if (charset_) {
+        try {
+            decoder_.emplace(*charset_);
+        } catch (CharsetConvertException* e) {
+            const String why = e->toString();
+            e->destroy();
+            return refuse(why);
+        }
+    }
+    return Arguments::onValidate();
+}
 
 String MainArguments::toString() const
 {
@@ -54,6 +72,7 @@ String MainArguments::toString() const
     b.append(L" --summary=").append(String::valueOf(_summary));
     b.append(L" --database=").append(_database);
     b.append(L" --dry-run=").append(String::valueOf(_dryrun));
+    if (charset_) b.append(L" --charset=").append(*charset_);
     b.append(L" values[").append(values().toString()).append(L"]");
     return b.toString();
 }

@@ -1,7 +1,10 @@
 // The program's options.
 #pragma once
 
+#include <optional>
+
 #include "zel/Arguments.h"
+#include "zel/IconvDecoder.h"
 #include "zel/String.h"
 
 namespace ZELd {
@@ -14,13 +17,16 @@ class MainArguments : public Arguments {
 public:
     MainArguments(Writer& output, Writer& errout);
 
-    // "sonarcat --verbose=... --summary=... --database=... --dry-run=... values[...]"
+    // "sonarcat --verbose=... --summary=... --database=... --dry-run=... values[...]",
+    // with " --charset=..." before " values[" when it was given.
     String toString() const override;
 
     bool verbose() const { return _verbose; }
     bool summary() const { return _summary; }
     const String& database() const { return _database; }
     bool dryrun() const { return _dryrun; }
+    // --charset's decoder, opened when the command line was accepted; nullptr without the option.
+    IconvDecoder* charset() const { return decoder_ ? &*decoder_ : nullptr; }
 
 protected:
     void onOption(int id, const String& value) override;
@@ -31,6 +37,8 @@ private:
     bool _summary = false;
     bool _verbose = false;
     String _database;
+    std::optional<String> charset_;
+    mutable std::optional<IconvDecoder> decoder_; // decoding changes its state, not the options
 };
 
 } // namespace ZELd

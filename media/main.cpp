@@ -9,6 +9,7 @@
 #include "media/InstallLayout.h"
 #include "media/MainArguments.h"
 #include "media/MediaInfo.h"
+#include "media/TagCharset.h"
 #include "media/TagCounter.h"
 #include "media/TagReader.h"
 #include "zel/DateTime.h"
@@ -37,6 +38,7 @@ void __main(const MainArguments& args)
     // copy of the thread's own is unloaded whole after the walk, so that what
     // is left does not depend on which thread probed which file.
     MediaInfo::ThreadCopy library;
+    TagCharset charset(args.charset()); // this thread reads the tags
     TagReader reader(args);
     if (Files::isDirectory(path)) {
         reader.readDir(path);

@@ -45,6 +45,8 @@ protected:
     virtual void onOption(int id, const String& value) = 0;
     // Called after a successful parse; false refuses the command line.
     virtual bool onValidate();
+    // Prints why and the hint to --help on the error writer; returns false.
+    bool refuse(const String& why) const;
 
 private:
     // Each takes the option argument argv[i] (and its value, advancing i);
@@ -53,7 +55,6 @@ private:
     bool parseShort(const String& arg, int& i, int argc, char** argv);
     const Option* findLong(const String& name) const;
     const Option* findShort(wchar_t id) const;
-    bool refuse(const String& why) const;
 
     Writer& output_;
     Writer& errout_;
