@@ -27,7 +27,8 @@ public:
     TagCharset& operator=(const TagCharset&) = delete;
 
     // n bytes that a tag marks as Latin-1, in the calling thread's choice;
-    // bytes that are not valid there are Latin-1, as without a choice.
+    // bytes that are not valid there, or that give U+0000, are Latin-1, as
+    // without a choice.
     static String decode(const char* p, size_t n);
 
 private:

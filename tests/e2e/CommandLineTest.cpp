@@ -106,6 +106,7 @@ TEST(CommandLine, CharsetReadsWhatTagsMarkAsLatin1)
         {"GBK", id3v2(4, {{"TIT2", textBody("\xd6\xd0\xce\xc4\xb8\xe8\xc7\xfa")}, {"TPE1", textBody("歌手", 3)}, {"TALB", "\x01\xff\xfe\x13\x4e\x91\x8f"s}}) + audio,
          {"encoding[0] type[0] text[中文歌曲]\nTPE1 size[7] flags[0] encoding[3] type[0] text[歌手]\nTALB size[7] flags[0] encoding[1] type[0] text[专辑]"}},
         {"TSCII", audio + id3v1("\x82"), {"Title[ஸ்ரீ] Artist[]"}}, {"CP1258", audio + id3v1("a\xec Nam"), {"Title[á Nam] Artist[]"}}, // 4 characters of 1 byte; a letter waits
+        {"UTF-7", audio + id3v1("+AGEAAABi-", "+AGEAYgBj-"), {"Title[+AGEAAABi-] Artist[abc]"}}, // U+0000 (a+AAA-b) is no text
     };
     TempDir dir;
     for (const auto& c : cases) {
