@@ -12,8 +12,11 @@
 # tree of COUNT/4 files to show that its peak memory does not grow with the
 # number of files.
 #
+# OPTIONS are passed to every sonarcat run (OPTIONS=--charset=CP1251 measures
+# the tags read in another character set).
+#
 # Needs GNU time (package `time`), taskset (util-linux) and the `mediainfo` tool.
-# Usage: [BUILD=build] [RUNS=3] [BENCH_TREE=DIR] bench/normal.sh [COUNT]
+# Usage: [BUILD=build] [RUNS=3] [BENCH_TREE=DIR] [OPTIONS=...] bench/normal.sh [COUNT]
 set -euo pipefail
 export LC_ALL=C.UTF-8
 name=normal
@@ -21,6 +24,7 @@ source "$(dirname "$0")/common.sh"
 
 baseline="$build/bin/mediainfo-baseline"
 runs="${RUNS:-3}"
+read -ra options <<<"${OPTIONS:-}"
 require "$sonarcat" "$baseline" /usr/bin/time /usr/bin/mediainfo /usr/bin/taskset
 use_tree "${1:-20000}"
 make_quarter
@@ -30,18 +34,18 @@ if command -v sqlite3 >/dev/null; then catalogue="DRIVER=ZELSQLite3;DATABASE=$tm
 "$baseline" "$tree" >/dev/null # warm the page cache
 for ((i = 0; i < runs; i++)); do
     measure baseline "$baseline" "$tree"
-    measure one-core /usr/bin/taskset -c 0 "$sonarcat" "$tree"
-    measure all-cores "$sonarcat" "$tree"
+    measure one-core /usr/bin/taskset -c 0 "$sonarcat" "${options[@]}" "$tree"
+    measure all-cores "$sonarcat" "${options[@]}" "$tree"
     if [[ -n "$catalogue" ]]; then
         rm -f "$tmp/catalogue.db" && sqlite3 "$tmp/catalogue.db" <"$root/schema/sqlite3.sql"
-        measure sqlite "$sonarcat" --database="$catalogue" "$tree"
+        measure sqlite "$sonarcat" "${options[@]}" --database="$catalogue" "$tree"
     fi
 done
-measure quarter "$sonarcat" "$quarter"
+measure quarter "$sonarcat" "${options[@]}" "$quarter"
 measure tool /usr/bin/mediainfo "$tree"
 
 b="$(median_seconds "$tmp/baseline.runs")" t="$(median_seconds "$tmp/tool.runs")"
-echo "normal mode over $count MP3 files (plus covers) on $(nproc) core(s), median of $runs warm runs"
+echo "normal mode${OPTIONS:+ with $OPTIONS} over $count MP3 files (plus covers) on $(nproc) core(s), median of $runs warm runs"
 printf '  %-28s %9s  %12s  %s\n' program "wall (s)" "max RSS (kB)" "/baseline"
 row() { printf '  %-28s %9s  %12s  %s\n' "$1" "$2" "$3" "$(ratio "$2" "$b")"; }
 row mediainfo-baseline "$b" "$(max_rss "$tmp/baseline.runs")"

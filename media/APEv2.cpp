@@ -5,6 +5,7 @@
 #include <optional>
 #include <limits>
 
+#include "media/TagCharset.h"
 #include "media/TagLocation.h"
 #include "zel/ByteString.h"
 #include "zel/Decoders.h"
@@ -43,7 +44,7 @@ size_t APEv2Item::read(const char* begin, const char* end)
             ZEL_TRACE(L"Item size[%d] flags[%x] type[%d] ", size_, flags_, type);
             ZEL_TRACE(L"%ls key[%ls] [%ls]\n", e->toStringAll(), key_, String::tryString(p, size_, kAll));
             e->destroy();
-            value_ = Latin1Decoder().decode(p, n);
+            value_ = TagCharset::decode(p, n); // Latin-1, or the run's character set
         }
         value_ = value_.trim();
     } else if (type == 1) {

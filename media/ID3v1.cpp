@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "media/TagCharset.h"
 #include "zel/ByteString.h"
 #include "zel/Decoders.h"
 
@@ -10,8 +11,9 @@ namespace ZELd {
 
 namespace {
 
-// A text field: the bytes before the first zero byte, at most width, as Latin-1.
-String field(const char* p, size_t width) { return Latin1Decoder().decode(p, ByteString::length(p, width)); }
+// A text field: the bytes before the first zero byte, at most width, as Latin-1
+// (or in the run's character set: media/TagCharset.h).
+String field(const char* p, size_t width) { return TagCharset::decode(p, ByteString::length(p, width)); }
 
 } // namespace
 
@@ -27,7 +29,8 @@ bool ID3v1::read(const char* data)
     year_ = field(data + 93, 4);
     comment_ = field(data + 97, 30);
     // ID3v1.1: a zero byte among the comment's first 29 bytes makes byte 126 the track.
-    if (comment_.length() < 29) track_ = static_cast<signed char>(data[126]);
+    // Bytes, not characters: a character of a multi-byte set takes more than one.
+    if (ByteString::length(data + 97, 29) < 29) track_ = static_cast<signed char>(data[126]);
     genre_ = static_cast<signed char>(data[127]);
     title_ = title_.trim();
     artist_ = artist_.trim();

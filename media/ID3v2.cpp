@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "media/ID3v2FrameKinds.h"
+#include "media/TagCharset.h"
 #include "zel/Decoders.h"
 #include "zel/Exception.h"
 #include "zel/StringBuilder.h"
@@ -58,7 +59,8 @@ constexpr size_t kIdentifierLimit = 64;     // a longer UFID identifier is kept 
 constexpr size_t kFrameTextCapacity = 64;   // toString: room reserved for a typical frame
 constexpr size_t kBinaryPreviewLength = 40; // toString: characters shown of the binary field
 
-// The encoding byte of ID3v2 text; any other value reads as Latin-1.
+// The encoding byte of ID3v2 text. Any other value reads as Latin-1 too, and
+// both in the run's character set when it has one (media/TagCharset.h).
 constexpr signed char kLatin1 = 0;
 constexpr signed char kUtf16WithMark = 1;
 constexpr signed char kUtf16BigEndian = 2;
@@ -201,7 +203,8 @@ String ID3v2Frame::decode(signed char encoding, const char* p, size_t n) const
         case kUtf16WithMark: return UTF16Decoder(kLittleEndian).decode(p, n);
         case kUtf16BigEndian: return UTF16Decoder(kBigEndian).decode(p, n);
         case kUtf8: return UTF8Decoder().decode(p, n);
-        default: return Latin1Decoder().decode(p, n);
+        case kLatin1:
+        default: return TagCharset::decode(p, n); // the values that no version defines read as Latin-1 too
         }
     } catch (Exception* e) {
         e->destroy();
@@ -267,7 +270,7 @@ void ID3v2Frame::BodyReader::latin1(String& out)
 {
     if (!more()) return;
     const size_t n = ByteString::length(here(), remaining());
-    out = frame_.decode(kLatin1, here(), n).trim();
+    out = Latin1Decoder().decode(here(), n).trim(); // ASCII by rights: never in the run's character set
     pos_ += n + 1;
 }
 

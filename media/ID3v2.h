@@ -25,7 +25,8 @@ public:
 
     // The text of n bytes in an ID3v2 text encoding (0 Latin-1, 1 UTF-16 with
     // byte-order mark, 2 UTF-16 big-endian, 3 UTF-8, anything else Latin-1);
-    // empty when the bytes cannot be decoded.
+    // empty when the bytes cannot be decoded. What reads as Latin-1 is read in
+    // the run's character set when there is one (media/TagCharset.h).
     String decode(signed char encoding, const char* p, size_t n) const;
     // The owner's reading of an n-byte size: seven bits a byte when its fsbits is 7.
     unsigned word(const char* p, size_t n) const;

@@ -1,5 +1,6 @@
 #include "media/MainArguments.h"
 
+#include "zel/Exception.h"
 #include "zel/Numbers.h"
 #include "zel/StringBuilder.h"
 
@@ -7,8 +8,8 @@ namespace ZELd {
 
 namespace {
 
-// Options without a one-letter form have ids above any character of one.
-enum : int { kProbeTimeout = 0x110000 };
+// Options without a one-letter form have ids above any character's code.
+enum : int { kProbeTimeout = 0x110000, kCharset };
 // The longest deadline a probe may be given: a day.
 constexpr unsigned kLongestProbeTimeout = 86400;
 
@@ -16,6 +17,7 @@ const Arguments::Option __options__[] = {
     {L"summary", 's', nullptr, nullptr, L"Summary of tag items"},
     {L"verbose", 'v', nullptr, nullptr, L"Produce verbose output"},
     {L"probe-timeout", kProbeTimeout, L"SECONDS", L"10", L"seconds a file's media probe may take; 0: no limit"},
+    {L"charset", kCharset, L"NAME", nullptr, L"read text that tags mark as Latin-1 in this character set, e.g. CP1251, SHIFT_JIS, GBK"},
     {nullptr, 0, nullptr, nullptr, L"The following options should be grouped together:"},
     {L"database", 'd', L"STRING", nullptr,
      L"Database connection."
@@ -47,23 +49,32 @@ void MainArguments::onOption(int id, const String& value)
     case 'n': _dryrun = true; break;
     case 's': _summary = true; break;
     case 'v': _verbose = true; break;
-    case kProbeTimeout:
-        _probeTimeoutGiven = true;
-        _probeTimeoutText = value;
-        break;
+    case kProbeTimeout: probeTimeoutText_ = value; break;
+    case kCharset: charset_ = value; break;
     default: break;
     }
 }
 
+// A probe timeout is a number of seconds. A character set is known when
+// iconv opens it: the run's one descriptor, opened here.
 bool MainArguments::onValidate()
 {
-    if (_probeTimeoutGiven) {
-        const std::wstring& text = _probeTimeoutText.str();
+    if (probeTimeoutText_) {
+        const std::wstring& text = probeTimeoutText_->str();
         const bool digits = !text.empty() && text.size() <= 5 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
-        _probeTimeout = digits ? UInt32::parse(_probeTimeoutText, 10, 0) : kLongestProbeTimeout + 1;
-        if (_probeTimeout > kLongestProbeTimeout)
-            return refuse(String::format(L"invalid probe timeout '%ls': a number of seconds from 0 (no limit) to %u", _probeTimeoutText,
+        probeTimeout_ = digits ? UInt32::parse(*probeTimeoutText_, 10, 0) : kLongestProbeTimeout + 1;
+        if (probeTimeout_ > kLongestProbeTimeout)
+            return refuse(String::format(L"invalid probe timeout '%ls': a number of seconds from 0 (no limit) to %u", *probeTimeoutText_,
                                          kLongestProbeTimeout));
+    }
+    if (charset_) {
+        try {
+            decoder_.emplace(*charset_);
+        } catch (CharsetConvertException* e) {
+            const String why = e->toString();
+            e->destroy();
+            return refuse(why);
+        }
     }
     return Arguments::onValidate();
 }
@@ -76,7 +87,8 @@ String MainArguments::toString() const
     b.append(L" --summary=").append(String::valueOf(_summary));
     b.append(L" --database=").append(_database);
     b.append(L" --dry-run=").append(String::valueOf(_dryrun));
-    if (_probeTimeoutGiven) b.append(L" --probe-timeout=").append(_probeTimeoutText);
+    if (probeTimeoutText_) b.append(L" --probe-timeout=").append(*probeTimeoutText_);
+    if (charset_) b.append(L" --charset=").append(*charset_);
     b.append(L" values[").append(values().toString()).append(L"]");
     return b.toString();
 }

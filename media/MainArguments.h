@@ -1,7 +1,10 @@
 // The program's options.
 #pragma once
 
+#include <optional>
+
 #include "zel/Arguments.h"
+#include "zel/IconvDecoder.h"
 #include "zel/String.h"
 
 namespace ZELd {
@@ -14,7 +17,8 @@ class MainArguments : public Arguments {
 public:
     MainArguments(Writer& output, Writer& errout);
 
-    // "sonarcat --verbose=... --summary=... --database=... --dry-run=... values[...]"
+    // "sonarcat --verbose=... --summary=... --database=... --dry-run=... values[...]",
+    // with " --probe-timeout=..." and " --charset=..." before " values[" when they were given.
     String toString() const override;
 
     bool verbose() const { return _verbose; }
@@ -22,7 +26,9 @@ public:
     const String& database() const { return _database; }
     bool dryrun() const { return _dryrun; }
     // Seconds a file's MediaInfo probe may take; 0: no limit.
-    unsigned probeTimeout() const { return _probeTimeout; }
+    unsigned probeTimeout() const { return probeTimeout_; }
+    // --charset's decoder, opened when the command line was accepted; nullptr without the option.
+    IconvDecoder* charset() const { return decoder_ ? &*decoder_ : nullptr; }
 
 protected:
     void onOption(int id, const String& value) override;
@@ -33,9 +39,10 @@ private:
     bool _summary = false;
     bool _verbose = false;
     String _database;
-    unsigned _probeTimeout = 10;
-    bool _probeTimeoutGiven = false;
-    String _probeTimeoutText; // as the command line gave it
+    unsigned probeTimeout_ = 10;
+    std::optional<String> probeTimeoutText_; // as the command line gave it
+    std::optional<String> charset_;
+    mutable std::optional<IconvDecoder> decoder_; // decoding changes its state, not the options
 };
 
 } // namespace ZELd

@@ -11,6 +11,7 @@
 #include "media/MainArguments.h"
 #include "media/MediaInfo.h"
 #include "media/ProbeHelper.h"
+#include "media/TagCharset.h"
 #include "media/TagCounter.h"
 #include "media/TagReader.h"
 #include "zel/DateTime.h"
@@ -35,6 +36,7 @@ void __main(const MainArguments& args)
         args.output() << L"[" << path << L"] " << counter.toString() << endl;
         return;
     }
+    TagCharset charset(args.charset()); // this thread reads the tags
     TagReader reader(args);
     if (Files::isDirectory(path)) {
         reader.readDir(path);
