@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Measures the normal mode (report to /dev/null) on a generated tree of COUNT
-# MP3 files, on one core (taskset -c 0: no worker threads) and on every core
+# MP3 files, on one core (taskset -c 0: one helper process) and on every core
 # the process may use, without a database and with a fresh SQLite catalogue
 # (when the sqlite3 tool is there), against
 #   - mediainfo-baseline: the least a one-thread libmediainfo loop can do
-#     (open each file, ask its format and report, close), and
+#     (open each file, ask its format and report, close), once over the
+#     tree and once a loop a core, each over its share of the tree, and
 #   - the `mediainfo` command-line tool given the same tree (Debian package
 #     `mediainfo`), which keeps every result until the end.
 # Prints the median wall time of RUNS warm alternating runs (the tool runs
@@ -31,9 +32,19 @@ make_quarter
 catalogue=""
 if command -v sqlite3 >/dev/null; then catalogue="DRIVER=ZELSQLite3;DATABASE=$tmp/catalogue.db"; fi
 
+# The most every core can give: one baseline loop per core, each over its
+# share of the top directories (dealt round, so the shares weigh the same).
+cores="$(nproc)"
+for ((k = 0; k < cores; k++)); do mkdir -p "$tmp/share$k"; done
+k=0
+for top in "$tree"/*; do ln -s "$top" "$tmp/share$((k++ % cores))/"; done
+printf '%s\n' '#!/bin/sh' "for share in $tmp/share*; do '$baseline' \"\$share\" >/dev/null & done" 'wait' >"$tmp/every-core-baseline"
+chmod +x "$tmp/every-core-baseline"
+
 "$baseline" "$tree" >/dev/null # warm the page cache
 for ((i = 0; i < runs; i++)); do
     measure baseline "$baseline" "$tree"
+    measure baseline-cores "$tmp/every-core-baseline"
     measure one-core /usr/bin/taskset -c 0 "$sonarcat" "${options[@]}" "$tree"
     measure all-cores "$sonarcat" "${options[@]}" "$tree"
     if [[ -n "$catalogue" ]]; then
@@ -46,9 +57,10 @@ measure tool /usr/bin/mediainfo "$tree"
 
 b="$(median_seconds "$tmp/baseline.runs")" t="$(median_seconds "$tmp/tool.runs")"
 echo "normal mode${OPTIONS:+ with $OPTIONS} over $count MP3 files (plus covers) on $(nproc) core(s), median of $runs warm runs"
-printf '  %-28s %9s  %12s  %s\n' program "wall (s)" "max RSS (kB)" "/baseline"
-row() { printf '  %-28s %9s  %12s  %s\n' "$1" "$2" "$3" "$(ratio "$2" "$b")"; }
+printf '  %-34s %9s  %12s  %s\n' program "wall (s)" "max RSS (kB)" "/baseline"
+row() { printf '  %-34s %9s  %12s  %s\n' "$1" "$2" "$3" "$(ratio "$2" "$b")"; }
 row mediainfo-baseline "$b" "$(max_rss "$tmp/baseline.runs")"
+row "mediainfo-baseline, a loop a core" "$(median_seconds "$tmp/baseline-cores.runs")" "$(max_rss "$tmp/baseline-cores.runs")"
 row "sonarcat, one core" "$(median_seconds "$tmp/one-core.runs")" "$(max_rss "$tmp/one-core.runs")"
 row "sonarcat, every core" "$(median_seconds "$tmp/all-cores.runs")" "$(max_rss "$tmp/all-cores.runs")"
 if [[ -n "$catalogue" ]]; then row "sonarcat, every core, SQLite" "$(median_seconds "$tmp/sqlite.runs")" "$(max_rss "$tmp/sqlite.runs")"; fi

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cwctype>
+#include <deque>
 #include <memory>
 
 #define PCRE2_CODE_UNIT_WIDTH 32
@@ -21,15 +22,17 @@ bool isControl(char32_t c) { return (c < 0x20 && c != L'\t' && c != L'\n' && c !
 // A compiled pattern and its match data, released together.
 class Regex {
 public:
-    Regex(const wchar_t* pattern, bool ignoreCase)
+    Regex(const wchar_t* pattern, bool ignoreCase) : pattern_(pattern ? pattern : L""), ignoreCase_(ignoreCase)
     {
         int error = 0;
         PCRE2_SIZE offset = 0;
         // PCRE2_UCP: case and character classes follow Unicode, not only ASCII
         // (the text is UTF-32; without PCRE2_UTF escaped bytes stay matchable).
-        code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern ? pattern : L""), PCRE2_ZERO_TERMINATED,
-                              PCRE2_UCP | (ignoreCase ? PCRE2_CASELESS : 0), &error, &offset, nullptr);
-        if (code_) data_ = pcre2_match_data_create_from_pattern(code_, nullptr);
+        code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern_.c_str()), PCRE2_ZERO_TERMINATED, PCRE2_UCP | (ignoreCase ? PCRE2_CASELESS : 0),
+                              &error, &offset, nullptr);
+        if (!code_) return;
+        pcre2_jit_compile(code_, PCRE2_JIT_COMPLETE); // where there is no JIT, matching interprets the pattern
+        data_ = pcre2_match_data_create_from_pattern(code_, nullptr);
     }
     ~Regex()
     {
@@ -51,10 +54,27 @@ public:
         return true;
     }
 
+    bool is(const wchar_t* pattern, bool ignoreCase) const { return ignoreCase == ignoreCase_ && pattern_ == (pattern ? pattern : L""); }
+
 private:
+    std::wstring pattern_;
+    bool ignoreCase_;
     pcre2_code* code_ = nullptr;
     pcre2_match_data* data_ = nullptr;
 };
+
+// The pattern compiled: the program uses a handful of them, for every file,
+// so each thread keeps the ones it used last.
+const Regex& compiled(const wchar_t* pattern, bool ignoreCase)
+{
+    constexpr size_t kKept = 16;
+    thread_local std::deque<std::unique_ptr<Regex>> kept;
+    for (const auto& regex : kept)
+        if (regex->is(pattern, ignoreCase)) return *regex;
+    if (kept.size() == kKept) kept.pop_back();
+    kept.push_front(std::make_unique<Regex>(pattern, ignoreCase));
+    return *kept.front();
+}
 
 } // namespace
 
@@ -147,21 +167,21 @@ size_t String::indexOf(wchar_t c, size_t from) const
 
 size_t String::search(const wchar_t* pattern, bool ignoreCase) const
 {
-    Regex re(pattern, ignoreCase);
+    const Regex& re = compiled(pattern, ignoreCase);
     size_t b, e;
     return re.find(s_, 0, b, e) ? b : npos;
 }
 
 String String::substring(const wchar_t* pattern, bool ignoreCase) const
 {
-    Regex re(pattern, ignoreCase);
+    const Regex& re = compiled(pattern, ignoreCase);
     size_t b, e;
     return re.find(s_, 0, b, e) ? String(s_.substr(b, e - b)) : String();
 }
 
 String String::replace_r(const wchar_t* pattern, const wchar_t* replacement, bool ignoreCase, size_t max) const
 {
-    Regex re(pattern, ignoreCase);
+    const Regex& re = compiled(pattern, ignoreCase);
     std::wstring out;
     size_t pos = 0, done = 0, b, e;
     bool changed = false;
