@@ -30,9 +30,7 @@ public:
         // (the text is UTF-32; without PCRE2_UTF escaped bytes stay matchable).
         code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern_.c_str()), PCRE2_ZERO_TERMINATED, PCRE2_UCP | (ignoreCase ? PCRE2_CASELESS : 0),
                               &error, &offset, nullptr);
-        if (!code_) return;
-        pcre2_jit_compile(code_, PCRE2_JIT_COMPLETE); // where there is no JIT, matching interprets the pattern
-        data_ = pcre2_match_data_create_from_pattern(code_, nullptr);
+        if (code_) data_ = pcre2_match_data_create_from_pattern(code_, nullptr);
     }
     ~Regex()
     {
