@@ -21,7 +21,8 @@
 
 namespace {
 
-bool has_mp3_suffix(std::string_view name) {
+bool has_mp3_suffix(std::string_view name)
+{
     if (name.size() < 4) return false;
     std::string_view ext = name.substr(name.size() - 4);
     auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
@@ -29,14 +30,14 @@ bool has_mp3_suffix(std::string_view name) {
 }
 
 // Returns false if the file could not be opened or read.
-bool probe(const std::string& path) {
+bool probe(const std::string& path)
+{
     int fd = open(path.c_str(), O_RDONLY);
     if (fd < 0) return false;
     char head[32];
     char tail[160];
     bool ok = read(fd, head, sizeof head) >= 0;
-    if (lseek(fd, -160, SEEK_END) >= 0)
-        ok = read(fd, tail, sizeof tail) >= 0 && ok;
+    if (lseek(fd, -160, SEEK_END) >= 0) ok = read(fd, tail, sizeof tail) >= 0 && ok;
     close(fd);
     return ok;
 }
@@ -46,10 +47,11 @@ struct Counts {
     long errors = 0;
 };
 
-void walk(const std::string& dir, Counts& counts) {
+void walk(const std::string& dir, Counts& counts)
+{
     DIR* d = opendir(dir.c_str());
     if (d == nullptr) return;
-    std::vector<std::pair<std::string, bool>> entries;  // name, is directory
+    std::vector<std::pair<std::string, bool>> entries; // name, is directory
     while (dirent* e = readdir(d)) {
         std::string_view name = e->d_name;
         if (name == "." || name == "..") continue;
@@ -59,11 +61,10 @@ void walk(const std::string& dir, Counts& counts) {
             if (fstatat(dirfd(d), e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
             type = S_ISDIR(st.st_mode) ? DT_DIR : S_ISREG(st.st_mode) ? DT_REG : DT_UNKNOWN;
         }
-        if (type == DT_DIR || (type == DT_REG && has_mp3_suffix(name)))
-            entries.emplace_back(std::string(name), type == DT_DIR);
+        if (type == DT_DIR || (type == DT_REG && has_mp3_suffix(name))) entries.emplace_back(std::string(name), type == DT_DIR);
     }
     closedir(d);
-    std::sort(entries.begin(), entries.end());  // std::string orders by unsigned bytes
+    std::sort(entries.begin(), entries.end()); // std::string orders by unsigned bytes
     for (const auto& [name, is_dir] : entries) {
         std::string path = dir + "/" + name;
         if (is_dir) {
@@ -75,9 +76,10 @@ void walk(const std::string& dir, Counts& counts) {
     }
 }
 
-}  // namespace
+} // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     if (argc != 2) {
         std::fprintf(stderr, "usage: census-baseline PATH\n");
         return 2;

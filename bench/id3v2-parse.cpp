@@ -31,7 +31,10 @@ std::string typicalTag()
     }
     std::string picture(50 * 1024, '\0');
     for (size_t i = 0; i < picture.size(); ++i) picture[i] = char(i * 31 + 7);
-    body += frame("APIC", std::string("\0image/jpeg\0\x03" "cover\0", 19) + picture);
+    body += frame("APIC", std::string("\0image/jpeg\0\x03"
+                                      "cover\0",
+                                      19) +
+                              picture);
     body += std::string(1024, '\0'); // padding
     std::string size = {char((body.size() >> 21) & 0x7F), char((body.size() >> 14) & 0x7F), char((body.size() >> 7) & 0x7F),
                         char(body.size() & 0x7F)};

@@ -17,7 +17,8 @@
 #include "zel/Writer.h"
 
 // A failed property of the code under test: reported, then a crash for the fuzzer.
-#define FUZZ_CHECK(cond) ((cond) ? (void)0 : (std::fprintf(stderr, "==fuzz== CHECK FAILED: %s at %s:%d\n", #cond, __FILE__, __LINE__), std::abort()))
+#define FUZZ_CHECK(cond)                                                                                                                   \
+    ((cond) ? (void)0 : (std::fprintf(stderr, "==fuzz== CHECK FAILED: %s at %s:%d\n", #cond, __FILE__, __LINE__), std::abort()))
 
 namespace fuzzsupport {
 

@@ -48,11 +48,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     argv.push_back(nullptr);
     try {
         MainArguments arguments(fuzzsupport::devNull(), fuzzsupport::devNull());
-        if (arguments.parse(static_cast<int>(pieces.size()), argv.data(), true)) FUZZ_CHECK(!arguments.values().isEmpty() && arguments.values().size() < pieces.size());
+        if (arguments.parse(static_cast<int>(pieces.size()), argv.data(), true))
+            FUZZ_CHECK(!arguments.values().isEmpty() && arguments.values().size() < pieces.size());
         arguments.toString();
         for (const auto& [key, value] : parseConnectionString(arguments.database())) {
             FUZZ_CHECK(!key.empty() && key.find_first_of("abcdefghijklmnopqrstuvwxyz;=") == std::string::npos);
-            FUZZ_CHECK(static_cast<unsigned char>(key.front()) > 0x20 && static_cast<unsigned char>(key.back()) > 0x20 && value.find(';') == std::string::npos);
+            FUZZ_CHECK(static_cast<unsigned char>(key.front()) > 0x20 && static_cast<unsigned char>(key.back()) > 0x20 &&
+                       value.find(';') == std::string::npos);
         }
         Driver driver;
         const std::vector<String> names = translatePlaceholders(arguments.database(), driver).names;

@@ -33,7 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             for (int seven = 0; seven < 2; ++seven) {
                 const std::string body = testsupport::textBody(seven ? std::string(199, 'a') : "x"); // 200 bytes walk only with seven bits
                 const testsupport::TempDir dir;
-                testsupport::writeFile(dir / "tag", testsupport::id3v2(major, {{major == 2 ? "TT2" : "TIT2", body}}, seven ? 100 : 0, 0, seven));
+                testsupport::writeFile(dir / "tag",
+                                       testsupport::id3v2(major, {{major == 2 ? "TT2" : "TIT2", body}}, seven ? 100 : 0, 0, seven));
                 File file(fromNativePath((dir / "tag").c_str()), 1, 438);
                 FUZZ_CHECK(owners[major - 2][seven].read(file, nullptr) && owners[major - 2][seven].fsbits() == (seven ? 7 : 8));
             }

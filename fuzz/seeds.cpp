@@ -48,9 +48,10 @@ int main(int argc, char** argv)
     }
     for (const auto& e : std::filesystem::directory_iterator(SONARCAT_TEST_DATA))
         if (e.path().extension() == ".mp3") seed("tag_location", testsupport::readFile(e.path()));
-    for (const std::string& s : {"sonarcat\0-sv\0--dry-run\0/music"s, "sonarcat\0-d\0DRIVER=x\0-snv\0a\0b"s, "sonarcat\0--help"s, "sonarcat\0--verbose=yes\0x"s,
-                                 "sonarcat\0--database= driver = ZELPostgreSQL ;PASSWORD=se=cret;SERVER=h/5432;\0."s,
-                                 "sonarcat\0-dINSERT INTO T (A, B) VALUES (:A, :B) -- :C\nSELECT ':D', \"E?\", x::int, ?, :A\0--\0-v"s})
+    for (const std::string& s :
+         {"sonarcat\0-sv\0--dry-run\0/music"s, "sonarcat\0-d\0DRIVER=x\0-snv\0a\0b"s, "sonarcat\0--help"s, "sonarcat\0--verbose=yes\0x"s,
+          "sonarcat\0--database= driver = ZELPostgreSQL ;PASSWORD=se=cret;SERVER=h/5432;\0."s,
+          "sonarcat\0-dINSERT INTO T (A, B) VALUES (:A, :B) -- :C\nSELECT ':D', \"E?\", x::int, ?, :A\0--\0-v"s})
         seed("command_line", s);
     return 0;
 }

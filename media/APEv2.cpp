@@ -2,8 +2,8 @@
 #include "media/APEv2.h"
 
 #include <cstring>
-#include <optional>
 #include <limits>
+#include <optional>
 
 #include "media/TagCharset.h"
 #include "media/TagLocation.h"

@@ -27,8 +27,8 @@ struct FileInfo {
     DateTime atime;
     DateTime mtime;
     DateTime ctime;
-    String notes;      // the text of the failure that stopped reading tags or media facts
-    MediaFacts media;  // the media report, format, width, height and duration
+    String notes;     // the text of the failure that stopped reading tags or media facts
+    MediaFacts media; // the media report, format, width, height and duration
     ID3v1 id3v1;
     ID3v2 id3v2;
     APEv2 ape;

@@ -50,8 +50,8 @@ bool ID3v1::read(File& file)
 
 String ID3v1::toString() const
 {
-    return String::format(L"%ls Title[%ls] Artist[%ls] Album[%ls] Year[%ls] Comment[%ls] Track[%d] Genre[%d]", identifier_, title_,
-                          artist_, album_, year_, comment_, track_, genre_);
+    return String::format(L"%ls Title[%ls] Artist[%ls] Album[%ls] Year[%ls] Comment[%ls] Track[%d] Genre[%d]", identifier_, title_, artist_,
+                          album_, year_, comment_, track_, genre_);
 }
 
 } // namespace ZELd

@@ -17,7 +17,7 @@ namespace ZELd {
 namespace {
 
 constexpr size_t kAll = std::numeric_limits<size_t>::max(); // no limit on String::tryString
-constexpr int kFromStart = 0; // File::seek origin
+constexpr int kFromStart = 0;                               // File::seek origin
 
 // The tag header: "ID3", major version, revision, flags, then the body size in
 // four bytes of seven bits each.
@@ -65,7 +65,7 @@ constexpr signed char kLatin1 = 0;
 constexpr signed char kUtf16WithMark = 1;
 constexpr signed char kUtf16BigEndian = 2;
 constexpr signed char kUtf8 = 3;
-constexpr int kLittleEndian = 1234, kBigEndian = 4321; // UTF16Decoder byte orders
+constexpr int kLittleEndian = 1234, kBigEndian = 4321;                   // UTF16Decoder byte orders
 constexpr unsigned char kMarkLittleEndian = 0xFF, kMarkBigEndian = 0xFE; // first byte of a byte-order mark
 
 bool isUtf16(signed char encoding) { return encoding == kUtf16WithMark || encoding == kUtf16BigEndian; }

@@ -39,8 +39,7 @@ const Arguments::Option __options__[] = {
 MainArguments::MainArguments(Writer& output, Writer& errout)
     : Arguments(output, errout, kProgramName, L"sonarcat 1.1.2", L"sonarcat-maintainers@lists.example.org", L"PATH", L"Collects mp3 tags",
                 __options__)
-{
-}
+{}
 
 void MainArguments::onOption(int id, const String& value)
 {

@@ -31,8 +31,7 @@ constexpr milliseconds kForever{-1};
 
 ProbeAhead::ProbeAhead(unsigned helpers, milliseconds timeout)
     : capacity_(kWindowPerHelper * std::max(helpers, 1u)), timeout_(timeout), helpers_(std::max(helpers, 1u))
-{
-}
+{}
 
 ProbeAhead::~ProbeAhead() = default; // each helper is ended with its handle
 

@@ -73,9 +73,9 @@ private:
 
     const size_t capacity_; // files in the window
     const std::chrono::milliseconds timeout_;
-    std::deque<Probe> window_; // the file in hand, then those that come next, in walk order
+    std::deque<Probe> window_;                          // the file in hand, then those that come next, in walk order
     std::vector<std::unique_ptr<ProbeHelper>> helpers_; // a slot per helper; empty until one is needed
-    bool unavailable_ = false; // no helper could be started: probes run in the program
+    bool unavailable_ = false;                          // no helper could be started: probes run in the program
 };
 
 } // namespace ZELd

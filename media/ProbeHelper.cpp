@@ -22,7 +22,7 @@ namespace ZELd {
 
 namespace {
 
-constexpr int kFirstFreeDescriptor = 3;   // above standard input, output and error
+constexpr int kFirstFreeDescriptor = 3;  // above standard input, output and error
 constexpr size_t kReadPiece = 64 * 1024; // what one read of results takes at most
 
 // A descriptor at kFirstFreeDescriptor or above, closed on exec: a program
@@ -189,8 +189,7 @@ String ProbeHelper::end(bool kill)
     ::close(requests_); // an idle helper ends at the end of its input
     if (kill) ::kill(pid_, SIGKILL);
     int status = 0;
-    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {}
     ::close(replies_);
     pid_ = -1;
     return howItEnded(status);

@@ -25,8 +25,8 @@ TagCounter& TagCounter::operator+=(TagCounter other)
 
 String TagCounter::toString() const
 {
-    return String::format(L"ID3v1[%d] ID3v22[%d] ID3v23[%d] ID3v24[%d] APEv1[%d] APEv2[%d] error[%d]", id3v1_, id3v22_,
-                          id3v23_, id3v24_, apev1_, apev2_, errors_);
+    return String::format(L"ID3v1[%d] ID3v22[%d] ID3v23[%d] ID3v24[%d] APEv1[%d] APEv2[%d] error[%d]", id3v1_, id3v22_, id3v23_, id3v24_,
+                          apev1_, apev2_, errors_);
 }
 
 void TagCounter::read(const String& path, TagCounter& counter)

@@ -25,7 +25,8 @@ constexpr size_t kRuleWidth = 80;
 // version in the ones ("321": ID3v2.3, APE 2, ID3v1.1).
 int32_t tagNumber(const FileInfo& file)
 {
-    return file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / (APEv2::Header::kVersionUnit / 10)) + file.id3v1.version();
+    return file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / (APEv2::Header::kVersionUnit / 10)) +
+           file.id3v1.version();
 }
 
 } // namespace
@@ -36,7 +37,8 @@ TagReader::TagReader(const MainArguments& arguments)
       probes_(ZELUsableCores(), std::chrono::seconds(arguments.probeTimeout()))
 {
     const String& database = arguments.database();
-    if (store.connect(database)) arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
+    if (store.connect(database))
+        arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
 }
 
 void TagReader::readDir(const String& path)
@@ -93,8 +95,8 @@ void TagReader::print(const FileInfo& file) const
     out << L"DIR [" << file.dir << L"]" << endl;
     out << L"FILE[" << file.name << L"]" << endl;
     out.printf(L"    tags[%03d]", tagNumber(file));
-    out << L" size[" << static_cast<unsigned long long>(file.size) << L"]" << L" mtime[" << file.mtime.toString() << L"]"
-        << L" notes[" << file.notes << L"]" << endl;
+    out << L" size[" << static_cast<unsigned long long>(file.size) << L"]" << L" mtime[" << file.mtime.toString() << L"]" << L" notes["
+        << file.notes << L"]" << endl;
     const MediaFacts& media = file.media;
     out << L"    format[" << media.format << L"]" << L" width[" << media.width << L"]" << L" height[" << media.height << L"]"
         << L" duration[" << media.duration << L"]" << endl;

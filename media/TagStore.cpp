@@ -150,7 +150,8 @@ void TagStore::writeRows(const FileInfo& file)
     }
     if (file.id3v2.version() > 0) {
         insertID3v2(file.id3v2);
-        if (verbose_) out_ << L"    INSERT ID3V2 ID3V2_FRAME[" << static_cast<unsigned long long>(file.id3v2.frames().size()) << L"]" << endl;
+        if (verbose_)
+            out_ << L"    INSERT ID3V2 ID3V2_FRAME[" << static_cast<unsigned long long>(file.id3v2.frames().size()) << L"]" << endl;
     }
     if (file.ape.version() != 0) {
         insertApe(file.ape);
@@ -250,7 +251,8 @@ void TagStore::insertID3v1(const ID3v1& tag)
 }
 
 namespace {
-const wchar_t* const kInsertID3v2 = L"INSERT INTO ID3V2 (FILE_ID, VERSION, FLAGS, SIZE_, FSBITS)\nVALUES (:FILE_ID, :VERSION, :FLAGS, :SIZE_, :FSBITS)";
+const wchar_t* const kInsertID3v2 =
+    L"INSERT INTO ID3V2 (FILE_ID, VERSION, FLAGS, SIZE_, FSBITS)\nVALUES (:FILE_ID, :VERSION, :FLAGS, :SIZE_, :FSBITS)";
 const wchar_t* const kInsertFrame =
     L"INSERT INTO ID3V2_FRAME (FILE_ID, NO_, FRAME_ID, SIZE_, FLAGS, ENCODING, TYPE_, URL, DESCRIPTION, TEXT_, BINARY_)\nVALUES "
     L"(:FILE_ID, :NO_, :FRAME_ID, :SIZE_, :FLAGS, :ENCODING, :TYPE_, :URL, :DESCRIPTION, :TEXT_, :BINARY_)";
@@ -295,7 +297,8 @@ void TagStore::insertID3v2(const ID3v2& tag)
 }
 
 namespace {
-const wchar_t* const kInsertApe = L"INSERT INTO APE (FILE_ID, VERSION, SIZE_, COUNT_, FLAGS)\nVALUES (:FILE_ID, :VERSION, :SIZE_, :COUNT_, :FLAGS)";
+const wchar_t* const kInsertApe =
+    L"INSERT INTO APE (FILE_ID, VERSION, SIZE_, COUNT_, FLAGS)\nVALUES (:FILE_ID, :VERSION, :SIZE_, :COUNT_, :FLAGS)";
 const wchar_t* const kInsertItem =
     L"INSERT INTO APE_ITEM (FILE_ID, NO_, SIZE_, FLAGS, KEY_, VALUE_)\nVALUES (:FILE_ID, :NO_, :SIZE_, :FLAGS, :KEY_, :VALUE_)";
 

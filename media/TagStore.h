@@ -76,8 +76,8 @@ private:
     String currentDir;                   // the directory of the last STOR_DIR row written; empty after a rollback
     int32_t dirId = 0;                   // the last ids handed out; 0: not yet read from the database
     int64_t fileId = 0;
-    bool reload_ = false;                // read the largest stored ids again
-    int32_t skipIds_ = 0;                // and start this many past them
+    bool reload_ = false; // read the largest stored ids again
+    int32_t skipIds_ = 0; // and start this many past them
 };
 
 } // namespace ZELd

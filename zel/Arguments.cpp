@@ -20,8 +20,7 @@ Arguments::Arguments(Writer& output, Writer& errout, const wchar_t* programName,
                      const wchar_t* synopsis, const wchar_t* description, const Option* options)
     : output_(output), errout_(errout), banner_(banner), contact_(contact), synopsis_(synopsis), description_(description),
       options_(options), value0_(programName ? programName : L"")
-{
-}
+{}
 
 const Arguments::Option* Arguments::findLong(const String& name) const
 {

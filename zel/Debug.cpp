@@ -75,7 +75,7 @@ std::mutex& cellsLock()
     static std::mutex m;
     return m;
 }
-ThreadCounts* gCells = nullptr;              // every thread's cell, under cellsLock
+ThreadCounts* gCells = nullptr;               // every thread's cell, under cellsLock
 thread_local ThreadCounts* tCounts = nullptr; // this thread's, registered at its first block
 
 ThreadCounts& threadCounts()
@@ -110,8 +110,7 @@ std::atomic<size_t> gLargest{0};
 void noteSize(size_t size)
 {
     size_t seen = gLargest.load(std::memory_order_relaxed);
-    while (size > seen && !gLargest.compare_exchange_weak(seen, size, std::memory_order_relaxed)) {
-    }
+    while (size > seen && !gLargest.compare_exchange_weak(seen, size, std::memory_order_relaxed)) {}
 }
 
 void* allocPlain(size_t size)

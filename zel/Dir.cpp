@@ -56,8 +56,7 @@ Dir::Dir(const String& path) : path_(path)
     }
     ::closedir(d);
     const char* base = names_.data();
-    std::sort(order_.begin(), order_.end(),
-              [base](uint64_t a, uint64_t b) { return std::strcmp(base + (a >> 8), base + (b >> 8)) < 0; });
+    std::sort(order_.begin(), order_.end(), [base](uint64_t a, uint64_t b) { return std::strcmp(base + (a >> 8), base + (b >> 8)) < 0; });
     above_ = gInnermost;
     gInnermost = this;
 }

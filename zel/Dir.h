@@ -48,12 +48,12 @@ private:
     bool isOpenAbove(dev_t dev, ino_t ino) const;
 
     String path_;
-    std::string names_;            // every name, each ended by a zero byte
-    std::vector<uint64_t> order_;  // offset in names_ << 8 | d_type, sorted by name
+    std::string names_;           // every name, each ended by a zero byte
+    std::vector<uint64_t> order_; // offset in names_ << 8 | d_type, sorted by name
     size_t next_ = 0;
     dev_t dev_ = 0;
     ino_t ino_ = 0;
-    Dir* above_ = nullptr;         // the directory open before this one
+    Dir* above_ = nullptr; // the directory open before this one
 };
 
 } // namespace ZELd

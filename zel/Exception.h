@@ -27,7 +27,8 @@ private:
 class IOException : public Exception {
 public:
     IOException(const String& path, const String& reason, int systemError = 0)
-        : Exception(reason + L" [" + path + L"]", systemError), path_(path), reason_(reason) {}
+        : Exception(reason + L" [" + path + L"]", systemError), path_(path), reason_(reason)
+    {}
     const wchar_t* className() const override { return L"IOException"; }
     const String& path() const { return path_; }
     // The message without the path.
@@ -41,8 +42,7 @@ private:
 // A shared library or one of its functions could not be loaded.
 class DllException : public Exception {
 public:
-    DllException(const String& library, const String& reason)
-        : Exception(String::format(L"Cannot load [%ls]: %ls", library, reason)) {}
+    DllException(const String& library, const String& reason) : Exception(String::format(L"Cannot load [%ls]: %ls", library, reason)) {}
     const wchar_t* className() const override { return L"DllException"; }
 };
 

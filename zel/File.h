@@ -11,8 +11,8 @@ namespace ZELd {
 
 class File : public Object {
 public:
-    static constexpr int kRead = 1;      // the flags of a file opened for reading
-    static constexpr int kMode = 0666;   // the permission bits, were the file made
+    static constexpr int kRead = 1;    // the flags of a file opened for reading
+    static constexpr int kMode = 0666; // the permission bits, were the file made
 
     // flags 1: read. Only regular files are opened: anything else (a FIFO,
     // a socket, a device, a directory) throws IOException instead of blocking.

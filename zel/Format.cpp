@@ -52,10 +52,7 @@ void digits(std::wstring& body, unsigned long long v, unsigned base, bool upper)
     while (n) body.push_back(tmp[--n]);
 }
 
-unsigned long long maskTo(unsigned long long v, unsigned bits)
-{
-    return bits >= 64 ? v : (v & ((1ULL << bits) - 1));
-}
+unsigned long long maskTo(unsigned long long v, unsigned bits) { return bits >= 64 ? v : (v & ((1ULL << bits) - 1)); }
 
 void number(std::wstring& out, const Directive& directive, const FormatArg& a, wchar_t conv)
 {
@@ -143,13 +140,16 @@ Directive parseDirective(const wchar_t*& p)
 bool convert(std::wstring& out, const Directive& directive, wchar_t conv, const FormatArg& a)
 {
     switch (conv) {
-    case L'd': case L'i': case L'u': case L'x': case L'X': case L'o':
+    case L'd':
+    case L'i':
+    case L'u':
+    case L'x':
+    case L'X':
+    case L'o':
         if (a.kind == FormatArg::Signed || a.kind == FormatArg::Unsigned || a.kind == FormatArg::Pointer) number(out, directive, a, conv);
         else text(out, directive, a);
         return true;
-    case L's':
-        text(out, directive, a);
-        return true;
+    case L's': text(out, directive, a); return true;
     case L'c': {
         wchar_t c = a.kind == FormatArg::Signed ? static_cast<wchar_t>(a.i) : static_cast<wchar_t>(a.u);
         emit(out, directive, L"", std::wstring_view(&c, 1), false);
@@ -161,8 +161,7 @@ bool convert(std::wstring& out, const Directive& directive, wchar_t conv, const 
         emit(out, directive, L"0x", body, true);
         return true;
     }
-    default:
-        return false;
+    default: return false;
     }
 }
 

@@ -19,7 +19,7 @@ class String;
 struct FormatArg {
     enum Kind { Signed, Unsigned, WideText, NarrowText, Pointer };
     Kind kind;
-    unsigned bits = 32;          // width after integer promotion: 32 or 64
+    unsigned bits = 32; // width after integer promotion: 32 or 64
     long long i = 0;
     unsigned long long u = 0;
     const wchar_t* ws = nullptr;
@@ -27,8 +27,7 @@ struct FormatArg {
     size_t len = 0;
 
     template <class T>
-        requires std::is_integral_v<T>
-    FormatArg(T v)
+    requires std::is_integral_v<T> FormatArg(T v)
     {
         bits = sizeof(T) > 4 ? 64 : 32;
         if constexpr (std::is_same_v<T, bool>) {

@@ -40,7 +40,7 @@ bool IconvDecoder::decode(const char* p, size_t n, String& out)
     if (buffer_.size() < n) buffer_.resize(n); // nearly every set gives at most one character a byte
     for (;;) {
         ::iconv(descriptor_, nullptr, nullptr, nullptr, nullptr); // every text starts in the initial shift state
-        char* in = const_cast<char*>(p); // iconv only reads it
+        char* in = const_cast<char*>(p);                          // iconv only reads it
         size_t inLeft = n, room = buffer_.size() * sizeof(wchar_t);
         char* to = reinterpret_cast<char*>(buffer_.data());
         // All the input, then its end: a set that holds a character back, to

@@ -1,8 +1,8 @@
 #include "zel/Process.h"
 
 #include <clocale>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <langinfo.h>
 #include <locale.h>
 #include <sched.h>

@@ -33,10 +33,8 @@ SQLConfiguration& configuration()
 
 // ---- parameters -----------------------------------------------------------------
 
-SQLParam::SQLParam(String name, const String* statement)
-    : name_(std::move(name)), statement_(statement), value_(std::make_unique<Value>())
-{
-}
+SQLParam::SQLParam(String name, const String* statement) : name_(std::move(name)), statement_(statement), value_(std::make_unique<Value>())
+{}
 
 SQLParam::~SQLParam() = default;
 SQLParam::SQLParam(SQLParam&& other) noexcept = default;
@@ -58,7 +56,8 @@ void SQLParam::setUInt(unsigned long long v)
 
 void SQLParam::refuse(const wchar_t* what, int given) const
 {
-    throw ZEL_NEW SQLException(String::format(L"Parameter [%ls] of [%ls]: %ls %d", name_, statement_ ? *statement_ : String(), what, given));
+    throw ZEL_NEW SQLException(
+        String::format(L"Parameter [%ls] of [%ls]: %ls %d", name_, statement_ ? *statement_ : String(), what, given));
 }
 
 void SQLParam::setValue(const String& v, SQL::DataType type)

@@ -94,8 +94,9 @@ SQLException* notInstalled(const String& driverName, const String& file, const S
 {
     for (const VendorOnly& v : kVendorOnly)
         if (driverName == v.driver)
-            return ZEL_NEW SQLException(String::format(L"SQL driver [%ls] has no module in this build: a module would need %ls, which Debian does not distribute",
-                                                       driverName, v.clientLibrary));
+            return ZEL_NEW SQLException(
+                String::format(L"SQL driver [%ls] has no module in this build: a module would need %ls, which Debian does not distribute",
+                               driverName, v.clientLibrary));
     StringBuilder message(128);
     message.format(L"SQL driver [%ls] is not installed: no %ls beside the program (%ls)", driverName, file, here);
     for (const String& dir : setUp.moduleDirectories) message.append(L" or in ").append(shown(here + dir));

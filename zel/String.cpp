@@ -28,8 +28,8 @@ public:
         PCRE2_SIZE offset = 0;
         // PCRE2_UCP: case and character classes follow Unicode, not only ASCII
         // (the text is UTF-32; without PCRE2_UTF escaped bytes stay matchable).
-        code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern_.c_str()), PCRE2_ZERO_TERMINATED, PCRE2_UCP | (ignoreCase ? PCRE2_CASELESS : 0),
-                              &error, &offset, nullptr);
+        code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern_.c_str()), PCRE2_ZERO_TERMINATED,
+                              PCRE2_UCP | (ignoreCase ? PCRE2_CASELESS : 0), &error, &offset, nullptr);
         if (code_) data_ = pcre2_match_data_create_from_pattern(code_, nullptr);
     }
     ~Regex()

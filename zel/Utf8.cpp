@@ -47,10 +47,19 @@ size_t decodeUtf8Char(const unsigned char* p, size_t n, char32_t& out)
     }
     size_t len;
     char32_t c, min;
-    if ((b & 0xE0) == 0xC0) { len = 2; c = b & 0x1F; min = 0x80; }
-    else if ((b & 0xF0) == 0xE0) { len = 3; c = b & 0x0F; min = 0x800; }
-    else if ((b & 0xF8) == 0xF0) { len = 4; c = b & 0x07; min = 0x10000; }
-    else return 0;
+    if ((b & 0xE0) == 0xC0) {
+        len = 2;
+        c = b & 0x1F;
+        min = 0x80;
+    } else if ((b & 0xF0) == 0xE0) {
+        len = 3;
+        c = b & 0x0F;
+        min = 0x800;
+    } else if ((b & 0xF8) == 0xF0) {
+        len = 4;
+        c = b & 0x07;
+        min = 0x10000;
+    } else return 0;
     if (n < len) return 0;
     for (size_t i = 1; i < len; ++i) {
         if ((p[i] & 0xC0) != 0x80) return 0;

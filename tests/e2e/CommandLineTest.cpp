@@ -16,7 +16,10 @@ const std::string kRule(80, '=');
 
 TEST(CommandLine, RefusedLinesPrintWhyAndRunNothing)
 {
-    const struct { std::vector<std::string> args; std::string message; } cases[] = {
+    const struct {
+        std::vector<std::string> args;
+        std::string message;
+    } cases[] = {
         {{}, "missing PATH"},
         {{"--summary"}, "missing PATH"},
         {{"--bogus", "/tmp"}, "unrecognized option '--bogus'"},
@@ -28,7 +31,8 @@ TEST(CommandLine, RefusedLinesPrintWhyAndRunNothing)
         {{"--probe-timeout=10s", "/tmp"}, "invalid probe timeout '10s': a number of seconds from 0 (no limit) to 86400"},
         {{"--probe-timeout=", "/tmp"}, "invalid probe timeout '': a number of seconds from 0 (no limit) to 86400"},
         {{"--probe-timeout", "86401", "/tmp"}, "invalid probe timeout '86401': a number of seconds from 0 (no limit) to 86400"},
-        {{"--charset=KOI9", "/tmp"}, "unknown character set 'KOI9'"}, {{"--charset=", "/tmp"}, "unknown character set ''"}, // iconv: the locale's
+        {{"--charset=KOI9", "/tmp"}, "unknown character set 'KOI9'"},
+        {{"--charset=", "/tmp"}, "unknown character set ''"}, // iconv: the locale's
         {{"--charset=//TRANSLIT", "/tmp"}, "unknown character set '//TRANSLIT'"},
     };
     for (const auto& c : cases) {
@@ -63,7 +67,8 @@ TEST(CommandLine, ManualPageRepeatsTheHelpTexts)
         const size_t start = line.find_first_not_of(" \t");
         if (start == std::string::npos || (line[0] != '\t' && line[start] != '-')) continue;
         size_t text = line[0] == '\t' ? start : line.find_first_not_of(' ', line.find("  ", start));
-        if (text == std::string::npos && std::getline(help, line)) text = line.find_first_not_of(' '); // a long label: the text on the next line
+        if (text == std::string::npos && std::getline(help, line))
+            text = line.find_first_not_of(' '); // a long label: the text on the next line
         ASSERT_LT(text, line.size()) << line;
         EXPECT_NE(manual.find(line.substr(text)), std::string::npos) << line;
         ++texts;
@@ -74,19 +79,25 @@ TEST(CommandLine, ManualPageRepeatsTheHelpTexts)
 TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
 {
     TempDir dir;
-    const Result r = sonarcat({"-s", "--verbose", "--database=DRIVER=ZELSQLite3;PASSWORD=s3cret", "--database=DRIVER=ZELSQLite3;DATABASE=x.sqlite3",
-                               "--dry-run", dir.path(), "/second/ignored"});
-    EXPECT_EQ(maskTimes(r.out), "Start [<time>]\n      [sonarcat --verbose=true --summary=true --database=DRIVER=ZELSQLite3;DATABASE=x.sqlite3 --dry-run=true values[" +
+    const Result r = sonarcat({"-s", "--verbose", "--database=DRIVER=ZELSQLite3;PASSWORD=s3cret",
+                               "--database=DRIVER=ZELSQLite3;DATABASE=x.sqlite3", "--dry-run", dir.path(), "/second/ignored"});
+    EXPECT_EQ(maskTimes(r.out), "Start [<time>]\n      [sonarcat --verbose=true --summary=true "
+                                "--database=DRIVER=ZELSQLite3;DATABASE=x.sqlite3 --dry-run=true values[" +
                                     dir.path() + ", /second/ignored]]\n" + kRule + "\n[" + dir.path() +
-                                    "] ID3v1[0] ID3v22[0] ID3v23[0] ID3v24[0] APEv1[0] APEv2[0] error[0]\n" + kRule + "\nFinish [<time>]\n");
+                                    "] ID3v1[0] ID3v22[0] ID3v23[0] ID3v24[0] APEv1[0] APEv2[0] error[0]\n" + kRule +
+                                    "\nFinish [<time>]\n");
     EXPECT_EQ(r.err.rfind("Memory: 0 block(s) of the program still held, ", 0), 0u) << "--verbose counts the blocks: " << r.err;
     const std::string flags = "sonarcat --verbose=true --summary=true --database=";
-    const struct { std::vector<std::string> args; std::string options; } forms[] = {
+    const struct {
+        std::vector<std::string> args;
+        std::string options;
+    } forms[] = {
         {{"-sv", "-dDRIVER=X", "/a"}, flags + "DRIVER=X --dry-run=false values[/a]"},
         {{"-vsn", "-d", "DRIVER=Y", "/a"}, flags + "DRIVER=Y --dry-run=true values[/a]"},
         {{"--summary", "--verbose", "--database", "DRIVER=Z", "/a", "/b"}, flags + "DRIVER=Z --dry-run=false values[/a, /b]"},
         {{"-sv", "--", "-n", "--dry-run"}, flags + " --dry-run=false values[-n, --dry-run]"},
-        {{"-sv", "--probe-timeout", "0", "--charset", "cp1251", "/a"}, flags + " --dry-run=false --probe-timeout=0 --charset=cp1251 values[/a]"}, // only when given
+        {{"-sv", "--probe-timeout", "0", "--charset", "cp1251", "/a"},
+         flags + " --dry-run=false --probe-timeout=0 --charset=cp1251 values[/a]"}, // only when given
     };
     for (const auto& f : forms) EXPECT_NE(sonarcat(f.args).out.find("\n      [" + f.options + "]\n"), std::string::npos) << f.options;
 }
@@ -96,20 +107,40 @@ TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
 TEST(CommandLine, CharsetReadsWhatTagsMarkAsLatin1)
 {
     using namespace std::string_literals;
-    const std::string audio = readFile(dataFile("sine-1s.mp3")), song = "\xc3\xf0\xf3\xef\xef\xe0 \xea\xf0\xee\xe2\xe8", band = "\xca\xe8\xed\xee";
-    const struct { std::string charset, bytes; std::vector<std::string> lines; } cases[] = {
-        {"cp1251", id3v2(3, {{"TIT2", textBody(song)}, {"TPE1", "\x01\xff\xfe\x1a\x04\x38\x04\x3d\x04\x3e\x04"s}, {"TALB", textBody("Звезда", 3)},
-                             {"COMM", "\0rus\xc3\xee\xe4\0\xd5\xe8\xf2"s}, {"TIT3", textBody(band, 7)}, {"WXXX", "\0\xd1\xe0\xe9\xf2\0http://x/\xe9"s}}) +
-                       audio + ape(2000, {{"Title", song}, {"Artist", "Кино"}}, true) + id3v1(song, band, "", "1988", "\xd5\xe8\xf2", 1, 17),
+    const std::string audio = readFile(dataFile("sine-1s.mp3")), song = "\xc3\xf0\xf3\xef\xef\xe0 \xea\xf0\xee\xe2\xe8",
+                      band = "\xca\xe8\xed\xee";
+    const struct {
+        std::string charset, bytes;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {"cp1251",
+         id3v2(3, {{"TIT2", textBody(song)},
+                   {"TPE1", "\x01\xff\xfe\x1a\x04\x38\x04\x3d\x04\x3e\x04"s},
+                   {"TALB", textBody("Звезда", 3)},
+                   {"COMM", "\0rus\xc3\xee\xe4\0\xd5\xe8\xf2"s},
+                   {"TIT3", textBody(band, 7)},
+                   {"WXXX", "\0\xd1\xe0\xe9\xf2\0http://x/\xe9"s}}) +
+             audio + ape(2000, {{"Title", song}, {"Artist", "Кино"}}, true) + id3v1(song, band, "", "1988", "\xd5\xe8\xf2", 1, 17),
          {"TIT2 size[13] flags[0] encoding[0] type[0] text[Группа крови]\nTPE1 size[11] flags[0] encoding[1] type[0] text[Кино]",
-          "TALB size[13] flags[0] encoding[3] type[0] text[Звезда]\nCOMM size[11] flags[0] encoding[0] type[0] url[rus] description[Год] text[Хит]",
-          "TIT3 size[5] flags[0] encoding[7] type[0] text[Кино]\nWXXX size[16] flags[0] encoding[0] type[0] url[http://x/é] description[Сайт]",
-          "key[Title] value[Группа крови]\nsize[8] flags[0] key[Artist] value[Кино]", "Title[Группа крови] Artist[Кино] Album[] Year[1988] Comment[Хит] Track[1]"}},
+          "TALB size[13] flags[0] encoding[3] type[0] text[Звезда]\nCOMM size[11] flags[0] encoding[0] type[0] url[rus] description[Год] "
+          "text[Хит]",
+          "TIT3 size[5] flags[0] encoding[7] type[0] text[Кино]\nWXXX size[16] flags[0] encoding[0] type[0] url[http://x/é] "
+          "description[Сайт]",
+          "key[Title] value[Группа крови]\nsize[8] flags[0] key[Artist] value[Кино]",
+          "Title[Группа крови] Artist[Кино] Album[] Year[1988] Comment[Хит] Track[1]"}},
         // 15 characters in the comment's 30 bytes: no track number.
-        {"SHIFT_JIS", audio + id3v1("\x93\xfa\x96\x7b\x8c\xea", "caf\xe9", "\xe9 x", "", std::string(30, '\x89')), {"Title[日本語] Artist[café] Album[é x] Year[] Comment[演演演演演演演演演演演演演演演] Track[0]"}},
-        {"GBK", id3v2(4, {{"TIT2", textBody("\xd6\xd0\xce\xc4\xb8\xe8\xc7\xfa")}, {"TPE1", textBody("歌手", 3)}, {"TALB", "\x01\xff\xfe\x13\x4e\x91\x8f"s}}) + audio,
-         {"encoding[0] type[0] text[中文歌曲]\nTPE1 size[7] flags[0] encoding[3] type[0] text[歌手]\nTALB size[7] flags[0] encoding[1] type[0] text[专辑]"}},
-        {"TSCII", audio + id3v1("\x82"), {"Title[ஸ்ரீ] Artist[]"}}, {"CP1258", audio + id3v1("a\xec Nam"), {"Title[á Nam] Artist[]"}}, // 4 characters of 1 byte; a letter waits
+        {"SHIFT_JIS",
+         audio + id3v1("\x93\xfa\x96\x7b\x8c\xea", "caf\xe9", "\xe9 x", "", std::string(30, '\x89')),
+         {"Title[日本語] Artist[café] Album[é x] Year[] Comment[演演演演演演演演演演演演演演演] Track[0]"}},
+        {"GBK",
+         id3v2(4, {{"TIT2", textBody("\xd6\xd0\xce\xc4\xb8\xe8\xc7\xfa")},
+                   {"TPE1", textBody("歌手", 3)},
+                   {"TALB", "\x01\xff\xfe\x13\x4e\x91\x8f"s}}) +
+             audio,
+         {"encoding[0] type[0] text[中文歌曲]\nTPE1 size[7] flags[0] encoding[3] type[0] text[歌手]\nTALB size[7] flags[0] encoding[1] "
+          "type[0] text[专辑]"}},
+        {"TSCII", audio + id3v1("\x82"), {"Title[ஸ்ரீ] Artist[]"}},
+        {"CP1258", audio + id3v1("a\xec Nam"), {"Title[á Nam] Artist[]"}},                       // 4 characters of 1 byte; a letter waits
         {"UTF-7", audio + id3v1("+AGEAAABi-", "+AGEAYgBj-"), {"Title[+AGEAAABi-] Artist[abc]"}}, // U+0000 (a+AAA-b) is no text
     };
     TempDir dir;
@@ -120,7 +151,8 @@ TEST(CommandLine, CharsetReadsWhatTagsMarkAsLatin1)
     }
     // ISO-8859-1 prints what no option prints, but for the options line.
     std::string plain = maskTimes(sonarcat({"--verbose", dir / "cp1251.mp3"}).out);
-    EXPECT_EQ(maskTimes(sonarcat({"--verbose", "--charset=ISO-8859-1", dir / "cp1251.mp3"}).out), plain.insert(plain.find(" values["), " --charset=ISO-8859-1"));
+    EXPECT_EQ(maskTimes(sonarcat({"--verbose", "--charset=ISO-8859-1", dir / "cp1251.mp3"}).out),
+              plain.insert(plain.find(" values["), " --charset=ISO-8859-1"));
 }
 
 TEST(CommandLine, UnusableMediaInfoLibraryEndsWithTheFinalWarning)

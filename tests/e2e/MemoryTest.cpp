@@ -11,7 +11,10 @@ using namespace testsupport;
 namespace {
 
 // Rows that repeat an earlier row's driver module or client library are watched in long runs only.
-bool watchedInLongRunsOnly(const std::string& engine) { return !longRun() && (engine == "InterBase" || engine == "ODBC SQLite3" || engine == "ODBC MariaDB"); }
+bool watchedInLongRunsOnly(const std::string& engine)
+{
+    return !longRun() && (engine == "InterBase" || engine == "ODBC SQLite3" || engine == "ODBC MariaDB");
+}
 
 class ScaledValgrind : public ::testing::TestWithParam<std::string> {};
 
@@ -30,8 +33,12 @@ TEST_P(ScaledValgrind, AStoringRunHasNoErrorAndLosesNothing)
         if (all || s.name == "built-v24ext-ape2-v1") tree.file(s.name + ".mp3", s.bytes);
     tree.file("cover.png", readFile(dataFile("tagged/cover.png")));
     const std::vector<std::string> args = {"--verbose", "--database=" + catalogue.database(), tree.root()};
-    std::vector<std::string> argv = {"/usr/bin/valgrind", "--leak-check=full", "--errors-for-leak-kinds=definite", "--error-exitcode=99",
-                                     "--suppressions=" SONARCAT_SOURCE_DIR "/tests/valgrind/glibc.supp", SONARCAT_BINARY};
+    std::vector<std::string> argv = {"/usr/bin/valgrind",
+                                     "--leak-check=full",
+                                     "--errors-for-leak-kinds=definite",
+                                     "--error-exitcode=99",
+                                     "--suppressions=" SONARCAT_SOURCE_DIR "/tests/valgrind/glibc.supp",
+                                     SONARCAT_BINARY};
     if (!all) argv.insert(argv.begin(), {"/usr/bin/taskset", "-c", "0"});
     else argv.insert(argv.begin() + 1, "--trace-children=yes");
     argv.insert(argv.end(), args.begin(), args.end());
@@ -57,14 +64,16 @@ TEST_P(ScaledMemory, PeakDoesNotGrowWithTheTree)
     const bool storing = mode != "census" && mode != "normal";
     const size_t sizes[2] = {longRun() ? 1000u : 100u, longRun() ? 100000u : 1000u};
     TempDir top;
-    const std::string content = id3v2(3, {{"TIT2", textBody("Title")}, {"COMM", std::string("\0eng\0a comment", 15)}}) + readFile(dataFile("sine-1s.mp3")) +
-                                ape(2000, {{"Title", "Ape"}, {"Year", "2001"}}, true) + id3v1("Title", "Artist", "Album", "2001", "", 1, 17);
+    const std::string content = id3v2(3, {{"TIT2", textBody("Title")}, {"COMM", std::string("\0eng\0a comment", 15)}}) +
+                                readFile(dataFile("sine-1s.mp3")) + ape(2000, {{"Title", "Ape"}, {"Year", "2001"}}, true) +
+                                id3v1("Title", "Artist", "Album", "2001", "", 1, 17);
     std::string trees[2];
     for (int t = 0; t < 2; ++t) { // a hundred hard links to one file in each directory
         const Tree tree(top / std::to_string(sizes[t]));
         for (size_t i = 0; i < sizes[t]; ++i) {
             const std::string dir = "d" + std::to_string(i / 100) + "/";
-            i % 100 == 0 ? tree.file(dir + "f0.mp3", content) : tree.make(dir + "f" + std::to_string(i % 100) + ".mp3", tree / (dir + "f0.mp3"), 'h');
+            i % 100 == 0 ? tree.file(dir + "f0.mp3", content)
+                         : tree.make(dir + "f" + std::to_string(i % 100) + ".mp3", tree / (dir + "f0.mp3"), 'h');
         }
         trees[t] = tree.root();
     }
@@ -85,7 +94,8 @@ TEST_P(ScaledMemory, PeakDoesNotGrowWithTheTree)
         EXPECT_EQ(catalogue.count("APE_ITEM"), std::to_string(storing ? 2 * sizes[t] : 0));
         peak[t] = std::atol(readFile(top / "peak").c_str());
     }
-    std::printf("%-10s peak resident memory: %ld KB at %zu files, %ld KB at %zu files\n", mode.c_str(), peak[0], sizes[0], peak[1], sizes[1]);
+    std::printf("%-10s peak resident memory: %ld KB at %zu files, %ld KB at %zu files\n", mode.c_str(), peak[0], sizes[0], peak[1],
+                sizes[1]);
     EXPECT_LE(peak[1], peak[0] + peak[0] / 10 + slack) << "the larger tree needs more than 10% above the smaller";
 }
 

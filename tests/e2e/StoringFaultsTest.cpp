@@ -34,23 +34,29 @@ std::vector<std::string> makeTree(const Tree& tree, const Scale& s)
     const std::string audio = readFile(dataFile("sine-1s.mp3"));
     std::vector<std::string> paths;
     for (size_t i = 0; i < s.dirs * s.perDir; ++i) {
-        const std::string tag = "file " + std::to_string(i), f = std::to_string(i % s.perDir), dir = "d" + std::to_string(i / s.perDir) + "/";
+        const std::string tag = "file " + std::to_string(i), f = std::to_string(i % s.perDir),
+                          dir = "d" + std::to_string(i / s.perDir) + "/";
         std::vector<Frame> frames;
         std::vector<ApeItem> items;
         for (size_t j = 0; i % 4 == 0 && j < s.heavy; ++j) {
             const std::string n = std::to_string(j);
-            frames.push_back(j % 2 ? Frame{"COMM", std::string("\0eng", 4) + n + '\0' + tag} : Frame{"PRIV", "owner" + n + '\0' + std::string(j % 90 + 1, 'a')});
+            frames.push_back(j % 2 ? Frame{"COMM", std::string("\0eng", 4) + n + '\0' + tag}
+                                   : Frame{"PRIV", "owner" + n + '\0' + std::string(j % 90 + 1, 'a')});
             items.push_back({"Key" + n, tag + " item " + n});
         }
         const std::string bytes[] = {id3v2(3, frames, 16) + audio + ape(2000, items, true) + id3v1(tag, "Artist", "", "2001", "", 3, 17),
-                                     id3v2(4, {{"TIT2", textBody(tag)}}) + audio + id3v1(tag), audio + ape(1000, {{"Title", tag}}, false), audio,
-                                     id3v2(3, {{"TIT2", textBody(tag)}}) + audio + ape(1000, {{"Title", tag}}, false) + id3v1(""), // Title is NULL
+                                     id3v2(4, {{"TIT2", textBody(tag)}}) + audio + id3v1(tag),
+                                     audio + ape(1000, {{"Title", tag}}, false),
+                                     audio,
+                                     id3v2(3, {{"TIT2", textBody(tag)}}) + audio + ape(1000, {{"Title", tag}}, false) +
+                                         id3v1(""),                                              // Title is NULL
                                      id3v2(3, {{"TIT2", textBody(tag)}, {"TPE1", ""}}) + audio}; // invalid frames: traces
         const size_t kind = i % s.perDir == 0 ? 4 + i / s.perDir % 2 : i % 4;
         paths.push_back(tree.file(dir + (i % 10 == 3 ? "notes" + f + ".txt" : "f" + f + ".mp3"), bytes[kind]));
     }
     const std::string middle = "d" + std::to_string(s.dirs / 2 - 1) + "/z.mp3"; // past where any pause is asked for
-    paths.push_back(tree.file(middle, id3v2(3, std::vector<Frame>(3000, {"PRIV", std::string("owner\0", 6) + std::string(200, 'z')})) + audio));
+    paths.push_back(
+        tree.file(middle, id3v2(3, std::vector<Frame>(3000, {"PRIV", std::string("owner\0", 6) + std::string(200, 'z')})) + audio));
     return paths;
 }
 
@@ -64,14 +70,17 @@ Stored read(const Catalogue& c)
 {
     Stored s;
     std::string counts;
-    for (const char* t : {"ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"}) counts += std::string(", (SELECT COUNT(*) FROM ") + t + " t WHERE t.FILE_ID = f.FILE_ID)";
-    for (const Row& r : c.rows("SELECT f.FILE_ID, d.PATH, f.NAME" + counts + " FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID ORDER BY f.FILE_ID"))
+    for (const char* t : {"ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
+        counts += std::string(", (SELECT COUNT(*) FROM ") + t + " t WHERE t.FILE_ID = f.FILE_ID)";
+    for (const Row& r : c.rows("SELECT f.FILE_ID, d.PATH, f.NAME" + counts +
+                               " FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID ORDER BY f.FILE_ID"))
         s.files.emplace_back(std::stoll(r[0]), r[1] + r[2] + " " + r[3] + " " + r[4] + " " + r[5] + " " + r[6] + " " + r[7]);
     s.lastDir = std::stoll(c.rows("SELECT COALESCE(MAX(DIR_ID), 0) FROM STOR_DIR").at(0).at(0));
-    for (const char* q : {"STOR_FILE WHERE DIR_ID NOT IN (SELECT DIR_ID FROM STOR_DIR)", "STOR_DIR WHERE DIR_ID NOT IN (SELECT DIR_ID FROM STOR_FILE)",
-                                 "ID3V1 WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)", "ID3V2 WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)",
-                                 "ID3V2_FRAME WHERE FILE_ID NOT IN (SELECT FILE_ID FROM ID3V2)", "APE WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)",
-                                 "APE_ITEM WHERE FILE_ID NOT IN (SELECT FILE_ID FROM APE)"})
+    for (const char* q :
+         {"STOR_FILE WHERE DIR_ID NOT IN (SELECT DIR_ID FROM STOR_DIR)", "STOR_DIR WHERE DIR_ID NOT IN (SELECT DIR_ID FROM STOR_FILE)",
+          "ID3V1 WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)", "ID3V2 WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)",
+          "ID3V2_FRAME WHERE FILE_ID NOT IN (SELECT FILE_ID FROM ID3V2)", "APE WHERE FILE_ID NOT IN (SELECT FILE_ID FROM STOR_FILE)",
+          "APE_ITEM WHERE FILE_ID NOT IN (SELECT FILE_ID FROM APE)"})
         s.orphans += std::stoll(c.count(q));
     return s;
 }
@@ -86,7 +95,8 @@ void expectWhole(const Stored& got, const std::set<std::string>& clean)
 }
 
 // A run without the fault stores every file once more, whole, above the earlier ids, and changes nothing earlier.
-void expectNextRunStoresAll(const Catalogue& c, const std::vector<std::string>& paths, const std::set<std::string>& clean, const std::string& top)
+void expectNextRunStoresAll(const Catalogue& c, const std::vector<std::string>& paths, const std::set<std::string>& clean,
+                            const std::string& top)
 {
     const Stored before = read(c);
     const Result r = sonarcat({"--database=" + c.database(), top}, {}, 600);
@@ -96,7 +106,8 @@ void expectNextRunStoresAll(const Catalogue& c, const std::vector<std::string>& 
     ASSERT_EQ(after.files.size(), before.files.size() + paths.size());
     EXPECT_TRUE(std::equal(before.files.begin(), before.files.end(), after.files.begin())) << "earlier files changed";
     std::multiset<std::string> stored, expected(paths.begin(), paths.end());
-    for (size_t i = before.files.size(); i < after.files.size(); ++i) stored.insert(after.files[i].second.substr(0, after.files[i].second.find(' ')));
+    for (size_t i = before.files.size(); i < after.files.size(); ++i)
+        stored.insert(after.files[i].second.substr(0, after.files[i].second.find(' ')));
     EXPECT_EQ(stored, expected);
     EXPECT_GT(after.lastDir, before.lastDir);
 }
@@ -108,7 +119,10 @@ std::pair<size_t, bool> look(const Catalogue& c)
     return {std::stoul(c.count("STOR_FILE")), std::atoi(pending.out.c_str()) > 0};
 }
 
-bool closes(const std::string& out) { return out.rfind(std::string(80, '=') + "\nFinish [") == out.rfind(std::string(80, '=')) && out.ends_with("]\n"); }
+bool closes(const std::string& out)
+{
+    return out.rfind(std::string(80, '=') + "\nFinish [") == out.rfind(std::string(80, '=')) && out.ends_with("]\n");
+}
 
 // A tree, and the rows of a clean run of it (the same on every engine: in SQLite).
 struct Stage {
@@ -132,15 +146,21 @@ struct Stage {
             std::chrono::microseconds slice = 500us, ran = 0us;
             size_t start = 0, failed = 0; // looks failed in a row
             for (int attempt = 0; attempt < 400 && run->pause(); ++attempt) {
-                try { paused = look(catalogue), failed = 0; } catch (const std::runtime_error&) { // paused holding a lock the look needs: go on a little
-                    if (++failed < 5) { run->resume(), std::this_thread::sleep_for(slice); continue; }
+                try {
+                    paused = look(catalogue), failed = 0;
+                } catch (const std::runtime_error&) { // paused holding a lock the look needs: go on a little
+                    if (++failed < 5) {
+                        run->resume(), std::this_thread::sleep_for(slice);
+                        continue;
+                    }
                     throw;
                 }
                 const auto [at, inside] = paused;
                 if (at >= first && inside == inAFile) return before;
                 if (attempt == 0) start = at;
                 if (at >= first) slice = std::chrono::microseconds(200 + attempt * 397 % 3000);
-                else if (at > start) slice = std::clamp(ran * static_cast<long>(first - at) / static_cast<long>(2 * (at - start)), 200us, 50000us);
+                else if (at > start)
+                    slice = std::clamp(ran * static_cast<long>(first - at) / static_cast<long>(2 * (at - start)), 200us, 50000us);
                 else slice = slice * 3 / 2; // not started yet
                 run->resume(), std::this_thread::sleep_for(slice), ran += slice;
             }
@@ -172,7 +192,8 @@ TEST_P(ScaledKilled, InTheMiddleOfAFileLeavesNothingOfIt)
         ASSERT_TRUE(stage.run) << "no run was seen inside a file's transaction";
         stage.run->signal(signal), stage.run->resume();
         const Result end = stage.run->finish();
-        for (int wait = 0; wait < 100 && look(stage.catalogue).second; ++wait) std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the server ends it
+        for (int wait = 0; wait < 100 && look(stage.catalogue).second; ++wait)
+            std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the server ends it
         const size_t paused = stage.paused.first;
         EXPECT_EQ(end.signal, signal) << end.err;
         const Stored after = read(stage.catalogue);
@@ -191,8 +212,7 @@ struct OwnServer {
     explicit OwnServer(const Engine& engine)
         : script(SONARCAT_SOURCE_DIR "/.ci/" + lowerCase(std::string(engine.variable).substr(std::strlen("SONARCAT_TEST_")))),
           started(control("start")), settings(started.status ? "" : started.out.substr(0, started.out.find('\n')))
-    {
-    }
+    {}
     ~OwnServer() { control("stop"); }
     Result control(const std::string& action, const std::string& mode = "")
     {
@@ -219,7 +239,10 @@ TEST_P(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
     OwnServer server(engine);
     ASSERT_FALSE(server.settings.empty()) << server.started.out << server.started.err;
     Stage stage(engine.name, server.settings);
-    const struct { const char* mode; bool inAFile; } faults[] = {{"fast", true}, {"immediate", false}};
+    const struct {
+        const char* mode;
+        bool inAFile;
+    } faults[] = {{"fast", true}, {"immediate", false}};
     for (int round = 0; round < 2 * scale().rounds && !HasFailure(); ++round) {
         const auto [mode, inAFile] = faults[round % 2];
         SCOPED_TRACE(std::string(mode) + (inAFile ? " in a file" : " between files"));
@@ -232,10 +255,12 @@ TEST_P(ScaledServerStopped, InTheMiddleOfARunStopsTheWalkWithTheCause)
         const size_t rollback = end.err.find("SQLException: Cannot roll back: no connection to the server\n");
         ASSERT_NE(rollback, std::string::npos) << end.err;
         bool told = false;
-        for (const char* cause : {"terminating connection due to", "server closed the connection unexpectedly", "could not send data to server",
-                                  "could not receive data from server", "Error reading data from the connection", "Error writing data to the connection", "shutdown"})
+        for (const char* cause : {"terminating connection due to", "server closed the connection unexpectedly",
+                                  "could not send data to server", "could not receive data from server",
+                                  "Error reading data from the connection", "Error writing data to the connection", "shutdown"})
             told = told || end.err.rfind(cause, rollback) != std::string::npos;
-        EXPECT_TRUE(told && end.err.find("SQLException: Cannot ") < rollback) << "the failure behind the rollback is not reported:\n" << end.err;
+        EXPECT_TRUE(told && end.err.find("SQLException: Cannot ") < rollback) << "the failure behind the rollback is not reported:\n"
+                                                                              << end.err;
         EXPECT_EQ(occurrences(end.err, "SQLException"), 2u) << end.err;
         EXPECT_TRUE(closes(end.out));
         EXPECT_LT(occurrences(end.out, "\nFILE["), stage.paths.size()) << "the walk went on without the server";
@@ -266,8 +291,10 @@ TEST(ScaledDiskFull, EveryFileThatDoesNotFitFailsWholeAndTheWalkGoesOn)
     expectWhole(after, stage.clean);
     EXPECT_GT(after.files.size(), 0u);
     EXPECT_LT(after.files.size(), stage.paths.size()) << "the bound does not bite";
-    EXPECT_EQ(occurrences(end.err, "SQLException: "), stage.paths.size() - after.files.size()) << "not one message for each file not stored";
-    EXPECT_EQ(occurrences(end.err, "SQLException: "), occurrences(end.err, ": disk I/O error") + occurrences(end.err, ": database or disk is full"));
+    EXPECT_EQ(occurrences(end.err, "SQLException: "), stage.paths.size() - after.files.size())
+        << "not one message for each file not stored";
+    EXPECT_EQ(occurrences(end.err, "SQLException: "),
+              occurrences(end.err, ": disk I/O error") + occurrences(end.err, ": database or disk is full"));
     expectNextRunStoresAll(stage.catalogue, stage.paths, stage.clean, stage.tree.root());
 }
 
@@ -282,9 +309,13 @@ TEST(ScaledOutputFails, EndsTheWalkWithOneMessageAndNoFileInPart)
     ASSERT_EQ(::pipe2(pipe, O_CLOEXEC), 0);
     ::close(pipe[0]);
     const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
-    const struct { const char* what; int out, err, error; } cases[] = {
-        {"a pipe without reader", pipe[1], -1, EPIPE}, {"/dev/full", full, -1, ENOSPC}, {"a closed descriptor", kClosed, -1, EBADF},
-        {"standard error on /dev/full", -1, full, 0}, {"standard error closed", -1, kClosed, 0},
+    const struct {
+        const char* what;
+        int out, err, error;
+    } cases[] = {
+        {"a pipe without reader", pipe[1], -1, EPIPE}, {"/dev/full", full, -1, ENOSPC},
+        {"a closed descriptor", kClosed, -1, EBADF},   {"standard error on /dev/full", -1, full, 0},
+        {"standard error closed", -1, kClosed, 0},
     };
     for (int n = 0; n < 2 * static_cast<int>(std::size(cases)); ++n) {
         const auto& c = cases[n / 2];
@@ -292,7 +323,8 @@ TEST(ScaledOutputFails, EndsTheWalkWithOneMessageAndNoFileInPart)
         SCOPED_TRACE(std::string(c.what) + " in " + dir);
         const size_t files = scale().perDir;
         Catalogue catalogue("SQLite");
-        const Result r = sonarcat({"--verbose", "--database=" + catalogue.database(), stage.tree / dir}, {environment(), 0, false, c.out, c.err}, 600);
+        const Result r =
+            sonarcat({"--verbose", "--database=" + catalogue.database(), stage.tree / dir}, {environment(), 0, false, c.out, c.err}, 600);
         EXPECT_EQ(std::tuple(r.status, r.signal), std::tuple(0, 0)) << r.err;
         const Stored stored = read(catalogue);
         expectWhole(stored, stage.clean);
@@ -303,7 +335,8 @@ TEST(ScaledOutputFails, EndsTheWalkWithOneMessageAndNoFileInPart)
             continue;
         }
         EXPECT_EQ(occurrences(r.err, "Exception"), 1u) << r.err;
-        EXPECT_NE(r.err.find(std::string("IOException: Write Failed [descriptor 1] (") + std::strerror(c.error) + ")\n"), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find(std::string("IOException: Write Failed [descriptor 1] (") + std::strerror(c.error) + ")\n"), std::string::npos)
+            << r.err;
         EXPECT_LT(stored.files.size(), files / 2) << "the walk went on";
     }
     ::close(pipe[1]), ::close(full);

@@ -42,14 +42,17 @@ protected:
         database = catalogue.database();
         if (database.empty()) GTEST_SKIP() << catalogue.unreachable();
         const std::string audio = readFile(dataFile("sine-1s.mp3"));
-        for (int i = 0; i < 25; ++i) picture += std::string("\0\x01\xFE\xFF", 4), pictureHex += "0001FEFF"; // zeros too: bound as bytes, not text
+        for (int i = 0; i < 25; ++i)
+            picture += std::string("\0\x01\xFE\xFF", 4), pictureHex += "0001FEFF"; // zeros too: bound as bytes, not text
         const std::vector<Frame> frames = {
             {"TIT2", textBody("It's \"quoted\"; here")},
             {"TXXX", std::string("\0inject\0", 8) + injection},
             {"COMM", std::string("\0eng\0a;b;c", 10)},
             {"APIC", std::string("\0image/png\0\x03\0", 13) + picture},
             {"PRIV", std::string("owner\0", 6) + std::string(101, '\xFF')},
-            {"TPE1", std::string("\x01\xff\xfe" "C\0a\0f\0\xe9\0", 11)},
+            {"TPE1", std::string("\x01\xff\xfe"
+                                 "C\0a\0f\0\xe9\0",
+                                 11)},
             {"TALB", textBody("Album 🎵 日本語", 3), 0x8000}, // UTF-8 of four and of three bytes
         };
         a1Tag = id3v2(3, frames, 32);
@@ -93,22 +96,25 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string a = top + "/", s = top + "/" + kSub;
     EXPECT_NE(r.err.find("Title is NULL TAG Title[] Artist[] Album[] Year[] Comment[] Track[0] Genre[0] [" + s + "s1.mp3]\n"),
-              std::string::npos) << r.err;
+              std::string::npos)
+        << r.err;
 
     EXPECT_EQ(catalogue.rows("SELECT DIR_ID, PATH FROM STOR_DIR ORDER BY DIR_ID"),
               (std::vector<Row>{{"1001", a}, {"1002", s}, {"1003", a}}));
     auto size = [&](const std::string& name) { return std::to_string(sizes[name]); };
     EXPECT_EQ(catalogue.rows("SELECT FILE_ID, NAME, FILE_NM, DIR_ID, FILE_SZ, FILE_ER, MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, "
-                              "USER_ID + STOR_ID + TYPE_ID + READ_CO FROM STOR_FILE ORDER BY FILE_ID"),
+                             "USER_ID + STOR_ID + TYPE_ID + READ_CO FROM STOR_FILE ORDER BY FILE_ID"),
               (std::vector<Row>{
                   {"10001", "a1.mp3", "a1.mp3", "1001", size("a1.mp3"), "", "MPEG Audio", "0", "0", "1", "0"},
                   {"10002", "s1.mp3", "s1.mp3", "1002", size(kSub + "s1.mp3"), "", "MPEG Audio", "0", "0", "1", "0"},
                   {"10003", "c2.mp3", "c2.mp3", "1003", size("c2.mp3"), "", "MPEG Audio", "0", "0", "1", "0"},
                   {"10004", "d-n\u00F6tes.txt", "d-n\u00F6tes.txt", "1003", size("d-n\u00F6tes.txt"), "", "", "0", "0", "0", "0"},
-                  {"10005", "e-fifo.mp3", "e-fifo.mp3", "1003", "0", "Open Failed: not a regular file [" + a + "e-fifo.mp3]", "", "0", "0", "0", "0"},
+                  {"10005", "e-fifo.mp3", "e-fifo.mp3", "1003", "0", "Open Failed: not a regular file [" + a + "e-fifo.mp3]", "", "0", "0",
+                   "0", "0"},
               }));
     // The media report and the modification time are stored as the report shows them.
-    auto a1 = catalogue.rows("SELECT MEDI_NF, " + catalogue.fill(catalogue.engine().time, "FILE_MT") + " FROM STOR_FILE WHERE FILE_ID = 10001");
+    auto a1 =
+        catalogue.rows("SELECT MEDI_NF, " + catalogue.fill(catalogue.engine().time, "FILE_MT") + " FROM STOR_FILE WHERE FILE_ID = 10001");
     ASSERT_EQ(a1.size(), 1u);
     EXPECT_EQ(a1[0][0].rfind("General\nFormat: MPEG Audio\n", 0), 0u) << a1[0][0];
     EXPECT_NE(r.out.find("-\n" + a1[0][0] + "\n"), std::string::npos) << "report text differs from MEDI_NF";
@@ -121,7 +127,7 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
               (std::vector<Row>{{"10001", "3", "0", std::to_string(a1Tag.size() - 10), "8"},
                                 {"10002", "4", "-128", std::to_string(s1Tag.size() - 10), "8"}}));
     EXPECT_EQ(catalogue.rows("SELECT FILE_ID, NO_, FRAME_ID, SIZE_, FLAGS, ENCODING, TYPE_, URL, DESCRIPTION, TEXT_, " +
-                              catalogue.fill(catalogue.engine().hex, "BINARY_") + " FROM ID3V2_FRAME ORDER BY FILE_ID, NO_"),
+                             catalogue.fill(catalogue.engine().hex, "BINARY_") + " FROM ID3V2_FRAME ORDER BY FILE_ID, NO_"),
               (std::vector<Row>{
                   {"10001", "1", "TIT2", "20", "0", "0", "0", kNull, kNull, "It's \"quoted\"; here", kNull},
                   {"10001", "2", "TXXX", "36", "0", "0", "0", kNull, "inject", injection, kNull},
@@ -141,8 +147,10 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
                                 {"10001", "3", "8", "4", "Link", kNull},
                                 {"10002", "1", "4", "0", "Title", "Ape1"}}));
     // The verbose traces follow the rows out.
-    EXPECT_NE(r.out.find("    INSERT STOR_FILE [10001][a1.mp3]\n    INSERT ID3V1\n    INSERT ID3V2 ID3V2_FRAME[7]\n    INSERT APE APE_ITEM[3]\n"),
-              std::string::npos) << r.out;
+    EXPECT_NE(
+        r.out.find("    INSERT STOR_FILE [10001][a1.mp3]\n    INSERT ID3V1\n    INSERT ID3V2 ID3V2_FRAME[7]\n    INSERT APE APE_ITEM[3]\n"),
+        std::string::npos)
+        << r.out;
     EXPECT_NE(r.out.find("    INSERT STOR_DIR [1003][" + a + "]\n    INSERT STOR_FILE [10003][c2.mp3]\n"), std::string::npos);
 }
 
@@ -171,7 +179,8 @@ TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
     auto r = store();
     EXPECT_NE(r.err.find("frame rejected"), std::string::npos) << r.err;
     for (const char* table : {"STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
-        EXPECT_EQ(catalogue.rows(std::string("SELECT COUNT(*) FROM ") + table + " WHERE FILE_ID = 10001"), (std::vector<Row>{{"0"}})) << table;
+        EXPECT_EQ(catalogue.rows(std::string("SELECT COUNT(*) FROM ") + table + " WHERE FILE_ID = 10001"), (std::vector<Row>{{"0"}}))
+            << table;
     // The next file of the same directory writes its directory row again.
     const std::string a = top + "/";
     EXPECT_EQ(catalogue.rows("SELECT DIR_ID, PATH FROM STOR_DIR ORDER BY DIR_ID"),
@@ -181,14 +190,14 @@ TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
     EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM ID3V2_FRAME"), (std::vector<Row>{{"8"}}));
 }
 
-
 // Four runs started together over four disjoint trees store every file once,
 // whole, without an error line, each run's ids growing in its walk order
 // (long runs: 500 files a tree, ten times over).
 TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
 {
     const size_t files = longRun() ? 500 : 40, rounds = longRun() ? 10 : 1;
-    const std::string bytes = id3v2(3, {{"TIT2", textBody("Shared")}}) + readFile(dataFile("sine-1s.mp3")) + ape(2000, {{"Title", "Shared"}}, true) + id3v1("Shared");
+    const std::string bytes = id3v2(3, {{"TIT2", textBody("Shared")}}) + readFile(dataFile("sine-1s.mp3")) +
+                              ape(2000, {{"Title", "Shared"}}, true) + id3v1("Shared");
     std::vector<std::string> walkOrder[4];
     for (int k = 0; k < 4; ++k) {
         const Tree scanned(dir / ("disk" + std::to_string(k)));
@@ -200,13 +209,16 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
     }
     for (size_t round = 1; round <= rounds && !HasFailure(); ++round) {
         std::vector<std::unique_ptr<Program>> runs;
-        for (int k = 0; k < 4; ++k) runs.push_back(std::make_unique<Program>(std::vector<std::string>{SONARCAT_BINARY, "--database=" + database, dir / ("disk" + std::to_string(k))}));
+        for (int k = 0; k < 4; ++k)
+            runs.push_back(std::make_unique<Program>(
+                std::vector<std::string>{SONARCAT_BINARY, "--database=" + database, dir / ("disk" + std::to_string(k))}));
         for (auto& run : runs) {
             const std::string err = run->finish(600).err;
             EXPECT_EQ(err.find("Exception"), std::string::npos) << err;
         }
         std::map<std::string, std::vector<long long>> ids; // a path's file ids in id order
-        for (const Row& r : catalogue.rows("SELECT d.PATH, f.NAME, f.FILE_ID FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID ORDER BY f.FILE_ID"))
+        for (const Row& r :
+             catalogue.rows("SELECT d.PATH, f.NAME, f.FILE_ID FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID ORDER BY f.FILE_ID"))
             ids[r[0] + r[1]].push_back(std::stoll(r[2]));
         for (const std::vector<std::string>& order : walkOrder) {
             for (size_t i = 0; i < order.size(); ++i) {
@@ -214,7 +226,8 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
                 EXPECT_TRUE(i == 0 || ids[order[i - 1]].back() < ids[order[i]].back()) << order[i] << ": a run's ids go back";
             }
         }
-        for (const char* table : {"ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"}) EXPECT_EQ(catalogue.count(table), std::to_string(4 * files * round)) << table;
+        for (const char* table : {"ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
+            EXPECT_EQ(catalogue.count(table), std::to_string(4 * files * round)) << table;
     }
 }
 
@@ -246,9 +259,12 @@ TEST(StoringRefused, DriversThatCannotBeUsedStopBeforeTheWalk)
         {"DRIVER=ZELFirebird;USER=a;PASSWORD=b;SERVER=localhost/3050", "ZELFirebird: cannot connect: no DATABASE= named"},
         {"DRIVER=ZELMariaDB; USER=a;PASSWORD=b;SERVER=localhost;PORT=3306", "SQLException: ZELMariaDB: cannot connect: no DATABASE= named"},
         // The driver of the option table's example is not in Debian: the driver manager refuses it.
-        {"DRIVER={ODBC Driver 18 for SQL Server};Server=localhost,1433;Database=m", "ZELODBC: cannot connect: [unixODBC][Driver Manager]Can't open lib"},
-        {"DRIVER=ZELOracle;  USER=a;PASSWORD=b;DATABASE=host:1521/music", "SQL driver [ZELOracle] has no module in this build: a module would need Oracle's client library"},
-        {"DRIVER=ZELInformix;USER=a;PASSWORD=b;SERVER=ids;DATABASE=music", "SQL driver [ZELInformix] has no module in this build: a module would need IBM's Informix"},
+        {"DRIVER={ODBC Driver 18 for SQL Server};Server=localhost,1433;Database=m",
+         "ZELODBC: cannot connect: [unixODBC][Driver Manager]Can't open lib"},
+        {"DRIVER=ZELOracle;  USER=a;PASSWORD=b;DATABASE=host:1521/music",
+         "SQL driver [ZELOracle] has no module in this build: a module would need Oracle's client library"},
+        {"DRIVER=ZELInformix;USER=a;PASSWORD=b;SERVER=ids;DATABASE=music",
+         "SQL driver [ZELInformix] has no module in this build: a module would need IBM's Informix"},
         {"DRIVER=../../tmp/x", "Invalid SQL driver name [../../tmp/x]"},
     };
     for (const auto& [database, message] : cases) expectNoWalk(database, message);
@@ -256,7 +272,8 @@ TEST(StoringRefused, DriversThatCannotBeUsedStopBeforeTheWalk)
     // (the key call would reach a library that did not open the file).
     Launch preloaded;
     preloaded.env.insert(preloaded.env.end(), {"LD_PRELOAD=libsqlite3.so.0", "ASAN_OPTIONS=verify_asan_link_order=0"});
-    expectNoWalk("DRIVER=ZELSQLCipher;KEY=k;DATABASE=" + dir / "garbage.sqlite3", "ZELSQLCipher: cannot connect: the SQLite library in use cannot encrypt", preloaded);
+    expectNoWalk("DRIVER=ZELSQLCipher;KEY=k;DATABASE=" + dir / "garbage.sqlite3",
+                 "ZELSQLCipher: cannot connect: the SQLite library in use cannot encrypt", preloaded);
 }
 
 // An install keeps the driver modules in lib/sonarcat/ beside bin/: the
@@ -267,7 +284,8 @@ TEST(StoringRefused, InstalledProgramFindsItsModulesAndNamesMissingPackages)
     std::filesystem::create_directories(prefix / "bin");
     std::filesystem::create_directories(prefix / "lib/sonarcat");
     std::filesystem::copy_file(SONARCAT_BINARY, prefix / "bin/sonarcat");
-    std::filesystem::copy_file(std::filesystem::path(SONARCAT_BINARY).parent_path() / "libZELSQLite3.so", prefix / "lib/sonarcat/libZELSQLite3.so");
+    std::filesystem::copy_file(std::filesystem::path(SONARCAT_BINARY).parent_path() / "libZELSQLite3.so",
+                               prefix / "lib/sonarcat/libZELSQLite3.so");
     writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
     writeFile(dir / "c.sqlite3", ""); // an empty file is an empty database
     const std::string program = prefix / "bin/sonarcat";
@@ -275,7 +293,8 @@ TEST(StoringRefused, InstalledProgramFindsItsModulesAndNamesMissingPackages)
     EXPECT_NE(found.out.find("Database connected."), std::string::npos) << found.err;
     const Result missing = run({program, "--database=DRIVER=ZELPostgreSQL;DATABASE=music", dir.path()});
     const std::string modules = std::filesystem::canonical(prefix.path()).string() + "/lib/sonarcat/";
-    EXPECT_NE(missing.err.find("or in " + modules + "; install the package sonarcat-postgresql; installed drivers: ZELSQLite3"), std::string::npos)
+    EXPECT_NE(missing.err.find("or in " + modules + "; install the package sonarcat-postgresql; installed drivers: ZELSQLite3"),
+              std::string::npos)
         << missing.err;
 }
 
@@ -285,7 +304,9 @@ TEST(StoringRefused, NoDriverKeyMeansNoDatabase)
     writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
     for (const char* database : {"DATABASE=x.sqlite3", "DRIVER=   ;DATABASE=x"}) {
         const std::string out = sonarcat({"--verbose", "--database=" + std::string(database), dir.path()}).out;
-        EXPECT_TRUE(out.find("FILE[a.mp3]") != std::string::npos && out.find("Database connected") == std::string::npos && out.find("INSERT") == std::string::npos) << out;
+        EXPECT_TRUE(out.find("FILE[a.mp3]") != std::string::npos && out.find("Database connected") == std::string::npos &&
+                    out.find("INSERT") == std::string::npos)
+            << out;
     }
 }
 

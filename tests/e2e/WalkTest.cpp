@@ -26,17 +26,25 @@ namespace {
 const std::string kFileRule(80, '='), kSectionRule(80, '-');
 const std::string kAudio = "format[MPEG Audio] width[0] height[0] duration[1]", kNoMedia = "format[] width[0] height[0] duration[0]";
 const std::string audio = readFile(dataFile("sine-1s.mp3"));
-const std::string v1 = id3v1("Alpha", "Band", "Album", "2001", "comment", 7, 255), v23 = id3v2(3, {{"TIT2", textBody("Bravo")}, {"TPE1", textBody("Band")}}, 20),
-                  v22 = id3v2(2, {{"TT2", textBody("Hotel")}}), v24 = id3v2(4, {{"TIT2", "\x03" "India \xc3\xa9t\xc3\xa9"}}),
-                  ape1 = ape(1000, {{"Title", "Foxtrot"}}, false), ape1First = ape(1000, {{"Title", "Foxtrot"}}, true), ape2 = ape(2000, {{"Title", "Golf"}, {"Cover", "\x01\x02", 2}}, true);
+const std::string v1 = id3v1("Alpha", "Band", "Album", "2001", "comment", 7, 255),
+                  v23 = id3v2(3, {{"TIT2", textBody("Bravo")}, {"TPE1", textBody("Band")}}, 20),
+                  v22 = id3v2(2, {{"TT2", textBody("Hotel")}}),
+                  v24 = id3v2(4, {{"TIT2", "\x03"
+                                           "India \xc3\xa9t\xc3\xa9"}}),
+                  ape1 = ape(1000, {{"Title", "Foxtrot"}}, false), ape1First = ape(1000, {{"Title", "Foxtrot"}}, true),
+                  ape2 = ape(2000, {{"Title", "Golf"}, {"Cover", "\x01\x02", 2}}, true);
 const std::map<std::string, std::string> kSections = {
     {"v1", "TAG Title[Alpha] Artist[Band] Album[Album] Year[2001] Comment[comment] Track[7] Genre[-1]\n"},
-    {"v23", "ID3 version[3] revision[0] flags[0] size[" + std::to_string(v23.size() - 10) +
-                "] fsbits[8]\nTIT2 size[6] flags[0] encoding[0] type[0] text[Bravo]\nTPE1 size[5] flags[0] encoding[0] type[0] text[Band]\n"},
+    {"v23",
+     "ID3 version[3] revision[0] flags[0] size[" + std::to_string(v23.size() - 10) +
+         "] fsbits[8]\nTIT2 size[6] flags[0] encoding[0] type[0] text[Bravo]\nTPE1 size[5] flags[0] encoding[0] type[0] text[Band]\n"},
     {"v22", "ID3 version[2] revision[0] flags[0] size[12] fsbits[8]\nTT2 size[6] flags[0] encoding[0] type[0] text[Hotel]\n"},
-    {"v24", "ID3 version[4] revision[0] flags[0] size[" + std::to_string(v24.size() - 10) + "] fsbits[8]\nTIT2 size[12] flags[0] encoding[3] type[0] text[India été]\n"},
-    {"ape1", "APETAGEX version[1000] size[" + std::to_string(ape1.size()) + "] count[1] flags[0]\nsize[7] flags[0] key[Title] value[Foxtrot]\n"},
-    {"ape1First", "APETAGEX version[1000] size[" + std::to_string(ape1.size()) + "] count[1] flags[a0000000]\nsize[7] flags[0] key[Title] value[Foxtrot]\n"},
+    {"v24", "ID3 version[4] revision[0] flags[0] size[" + std::to_string(v24.size() - 10) +
+                "] fsbits[8]\nTIT2 size[12] flags[0] encoding[3] type[0] text[India été]\n"},
+    {"ape1",
+     "APETAGEX version[1000] size[" + std::to_string(ape1.size()) + "] count[1] flags[0]\nsize[7] flags[0] key[Title] value[Foxtrot]\n"},
+    {"ape1First", "APETAGEX version[1000] size[" + std::to_string(ape1.size()) +
+                      "] count[1] flags[a0000000]\nsize[7] flags[0] key[Title] value[Foxtrot]\n"},
     {"ape2", "APETAGEX version[2000] size[" + std::to_string(ape2.size() - 32) +
                  "] count[2] flags[80000000]\nsize[4] flags[0] key[Title] value[Golf]\nsize[2] flags[2] key[Cover] value[..]\n"},
 };
@@ -44,8 +52,8 @@ std::string repeat(const std::string& s, int n) { return n ? s + repeat(s, n - 1
 const std::string kLongName = "z" + repeat("\xc3\xa9", 125) + ".mp3", kDeep = "g-deep" + repeat("/level", 120); // 255 bytes; 120 levels
 
 struct Entry {
-    std::string path;   // below the root; a directory ends with "/"
-    char kind;          // 'f' file, 'd' directory, 'p' FIFO, 's' socket, 'l' link to `bytes`, '0' a file nobody may read
+    std::string path; // below the root; a directory ends with "/"
+    char kind;        // 'f' file, 'd' directory, 'p' FIFO, 's' socket, 'l' link to `bytes`, '0' a file nobody may read
     std::string bytes = "";
     int tags = 0;
     std::string notes = "", error = ""; // the note, and the system's reason on the error line
@@ -59,33 +67,48 @@ std::vector<Entry> entries()
 {
     const Counts one{1, 0, 0, 0, 0, 0, 0}, failed{0, 0, 0, 0, 0, 0, 1};
     std::vector<Entry> all = {
-        {".../", 'd'}, {".../y.mp3", 'f', audio + v1, 1, "", "", kAudio, {"v1"}, one},
-        {".hidden/", 'd'}, {".hidden/x.mp3", 'f', v23 + audio, 300, "", "", kAudio, {"v23"}, {0, 0, 1, 0, 0, 0, 0}},
+        {".../", 'd'},
+        {".../y.mp3", 'f', audio + v1, 1, "", "", kAudio, {"v1"}, one},
+        {".hidden/", 'd'},
+        {".hidden/x.mp3", 'f', v23 + audio, 300, "", "", kAudio, {"v23"}, {0, 0, 1, 0, 0, 0, 0}},
         {"A.MP3", 'f', audio + v1, 1, "", "", kAudio, {"v1"}, one},
         {"a-bad\xff\xfe.mp3", 'f', v23 + audio, 300, "", "", kAudio, {"v23"}, {0, 0, 1, 0, 0, 0, 0}},
         {"ape-low-start.mp3", 'f', ape(999, {{"Title", "Low"}}, true) + audio + ape2, 20, "", "", kAudio, {"ape2"}, {0, 0, 0, 0, 0, 1, 0}},
-        {"ape-start.mp3", 'f', ape1First + audio + ape2, 10, "", "", kAudio, {"ape1First"}, {0, 0, 0, 0, 1, 0, 0}}, // the end is not searched
+        {"ape-start.mp3", 'f', ape1First + audio + ape2, 10, "", "", kAudio, {"ape1First"}, {0, 0, 0, 0, 1, 0, 0}}, // the end is not
+                                                                                                                    // searched
         {"b-dangling.mp3", 'l', "nowhere.mp3", 0, "Open Failed", " (No such file or directory)", kNoMedia, {}, failed},
         {"b.Mp3", 'f', v23 + audio + v1, 301, "", "", kAudio, {"v23", "v1"}, {1, 0, 1, 0, 0, 0, 0}},
         {"c-fifo.mp3", 'p', "", 0, "Open Failed: not a regular file", "", kNoMedia, {}, failed},
-        {"c.mp3.bak", 'f', audio + v1}, {"d-locked.mp3", '0', audio, 0, "Open Failed", " (Permission denied)", kNoMedia, {}, failed},
+        {"c.mp3.bak", 'f', audio + v1},
+        {"d-locked.mp3", '0', audio, 0, "Open Failed", " (Permission denied)", kNoMedia, {}, failed},
         {"d-locked.wav", '0', audio, 0, "MediaInfo Open Failed", "", kNoMedia},
-        {"d.ogg", 'f', "not really audio\n", 0, "", "", kNoMedia}, {"e", 'f', audio},
+        {"d.ogg", 'f', "not really audio\n", 0, "", "", kNoMedia},
+        {"e", 'f', audio},
         {"e-loop1.mp3", 'l', "e-loop2.mp3", 0, "Open Failed", " (Too many levels of symbolic links)", kNoMedia, {}, failed},
         {"e-loop2.mp3", 'l', "e-loop1.mp3", 0, "Open Failed", " (Too many levels of symbolic links)", kNoMedia, {}, failed},
-        {"empty.mp3", 'f', "", 0, "", "", kNoMedia}, {"f-ape1.mp3", 'f', audio + ape1, 10, "", "", kAudio, {"ape1"}, {0, 0, 0, 0, 1, 0, 0}},
+        {"empty.mp3", 'f', "", 0, "", "", kNoMedia},
+        {"f-ape1.mp3", 'f', audio + ape1, 10, "", "", kAudio, {"ape1"}, {0, 0, 0, 0, 1, 0, 0}},
         {"f-sock.mp3", 's', "", 0, "Open Failed", " (No such device or address)", kNoMedia, {}, failed},
         {"g-ape2.mp3", 'f', audio + ape2, 20, "", "", kAudio, {"ape2"}, {0, 0, 0, 0, 0, 1, 0}},
-        {"g-deep/up", 'l', ".."}, {kDeep + "/deep.mp3", 'f', audio},
+        {"g-deep/up", 'l', ".."},
+        {kDeep + "/deep.mp3", 'f', audio},
         {"h-v22.mp3", 'f', v22 + audio, 200, "", "", kAudio, {"v22"}, {0, 1, 0, 0, 0, 0, 0}},
-        {"i-all.mp3", 'f', v24 + audio + ape2 + v1, 421, "", "", kAudio, {"v24", "ape2", "v1"}, {1, 0, 0, 1, 0, 1, 0}}, {"i-self", 'l', "."},
-        {"j-\xff/", 'd'}, {"j-\xff/k.mp3", 'f', audio}, {"k-cover.png", 'f', readFile(dataFile("tagged/cover.png")), 0, "", "", "format[PNG] width[2] height[2] duration[0]"},
+        {"i-all.mp3", 'f', v24 + audio + ape2 + v1, 421, "", "", kAudio, {"v24", "ape2", "v1"}, {1, 0, 0, 1, 0, 1, 0}},
+        {"i-self", 'l', "."},
+        {"j-\xff/", 'd'},
+        {"j-\xff/k.mp3", 'f', audio},
+        {"k-cover.png", 'f', readFile(dataFile("tagged/cover.png")), 0, "", "", "format[PNG] width[2] height[2] duration[0]"},
         {"l-\xc3\xa9-\xc3\xbc-\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e.mp3", 'f', audio + v1, 1, "", "", kAudio, {"v1"}, one},
-        {"m-sub/", 'd'}, {"m-sub/deeper/", 'd'}, {"m-sub/deeper/fifo.mp3", 'p', "", 0, "Open Failed: not a regular file", "", kNoMedia, {}, failed},
+        {"m-sub/", 'd'},
+        {"m-sub/deeper/", 'd'},
+        {"m-sub/deeper/fifo.mp3", 'p', "", 0, "Open Failed: not a regular file", "", kNoMedia, {}, failed},
         {"m-sub/deeper/v22.mp3", 'f', v22 + audio, 200, "", "", kAudio, {"v22"}, {0, 1, 0, 0, 0, 0, 0}},
-        {"m-sub/z.mp3", 'f', audio}, {"n-after.mp3", 'f', audio}, {"o-empty/", 'd'},
+        {"m-sub/z.mp3", 'f', audio},
+        {"n-after.mp3", 'f', audio},
+        {"o-empty/", 'd'},
         {"p-fifo", 'p', "", 0, "MediaInfo Open Failed", "", kNoMedia},
-        {"v5.mp3", 'f', "ID3\x05" + std::string(6, '\0') + audio}, {kLongName, 'f', audio},
+        {"v5.mp3", 'f', "ID3\x05" + std::string(6, '\0') + audio},
+        {kLongName, 'f', audio},
     };
     for (std::string dir = kDeep; dir != "g-deep"; dir.resize(dir.rfind('/'))) all.push_back({dir + "/", 'd'});
     all.push_back({"g-deep/", 'd'});
@@ -109,11 +132,14 @@ protected:
     }
     static void TearDownTestSuite() { delete top; }
 
-    static std::string dirOf(const Entry& e) { return root + "/" + (e.path.rfind('/') == std::string::npos ? "" : e.path.substr(0, e.path.rfind('/') + 1)); }
+    static std::string dirOf(const Entry& e)
+    {
+        return root + "/" + (e.path.rfind('/') == std::string::npos ? "" : e.path.substr(0, e.path.rfind('/') + 1));
+    }
     static std::string nameOf(const Entry& e) { return e.path.substr(e.path.rfind('/') + 1); }
     static size_t sizeOf(const Entry& e)
     {
-        struct stat st{};
+        struct stat st {};
         const std::string path = dirOf(e) + nameOf(e);
         return ::stat(path.c_str(), &st) == 0 || ::lstat(path.c_str(), &st) == 0 ? static_cast<size_t>(st.st_size) : 0;
     }
@@ -133,7 +159,8 @@ protected:
             if (!verbose) continue;
             for (const std::string& section : e.sections) s += kSectionRule + "\n" + kSections.at(section);
             const std::string format = e.media.substr(7, e.media.find(']') - 7);
-            s += kSectionRule + "\n" + (note.empty() ? "General\n" + (format.empty() ? "" : "Format: " + format + "\n") + "<report>\n" : "\n");
+            s += kSectionRule + "\n" +
+                 (note.empty() ? "General\n" + (format.empty() ? "" : "Format: " + format + "\n") + "<report>\n" : "\n");
         }
         return s;
     }
@@ -144,8 +171,9 @@ protected:
         std::vector<std::pair<std::string, Counts>> open = {{"", {}}};
         std::string s;
         auto line = [&](const std::string& what, const Counts& c) {
-            s += "[" + what + "] ID3v1[" + std::to_string(c[0]) + "] ID3v22[" + std::to_string(c[1]) + "] ID3v23[" + std::to_string(c[2]) + "] ID3v24[" +
-                 std::to_string(c[3]) + "] APEv1[" + std::to_string(c[4]) + "] APEv2[" + std::to_string(c[5]) + "] error[" + std::to_string(c[6]) + "]\n";
+            s += "[" + what + "] ID3v1[" + std::to_string(c[0]) + "] ID3v22[" + std::to_string(c[1]) + "] ID3v23[" + std::to_string(c[2]) +
+                 "] ID3v24[" + std::to_string(c[3]) + "] APEv1[" + std::to_string(c[4]) + "] APEv2[" + std::to_string(c[5]) + "] error[" +
+                 std::to_string(c[6]) + "]\n";
         };
         auto close = [&] {
             const auto [dir, counts] = open.back();
@@ -169,7 +197,8 @@ protected:
 
     static std::string framed(const std::string& options, const std::string& body)
     {
-        return "Start [<time>]\n" + (options.empty() ? "" : "      [sonarcat " + options + " values[" + root + "]]\n") + kFileRule + "\n" + body + kFileRule + "\nFinish [<time>]\n";
+        return "Start [<time>]\n" + (options.empty() ? "" : "      [sonarcat " + options + " values[" + root + "]]\n") + kFileRule + "\n" +
+               body + kFileRule + "\nFinish [<time>]\n";
     }
     static void expectInOrder(const std::string& text, const std::vector<std::string>& lines)
     {
@@ -193,7 +222,8 @@ TEST_F(Walk, ThePlainReportListsEveryEntryWithItsReasonInEveryLocale)
         ASSERT_FALSE(r.timedOut);
         EXPECT_EQ(maskTimes(r.out), expected) << "LANG=" << lang;
         expectInOrder(r.err, errors);
-        expectInOrder(r.err, {"Link to a directory above skipped [" + root + "/g-deep/up]\n", "Link to a directory above skipped [" + root + "/i-self]\n"});
+        expectInOrder(r.err, {"Link to a directory above skipped [" + root + "/g-deep/up]\n",
+                              "Link to a directory above skipped [" + root + "/i-self]\n"});
         EXPECT_EQ(r.err.find("Memory"), std::string::npos) << r.err;
     }
 }
@@ -219,14 +249,17 @@ TEST_F(Walk, TheCensusCountsEveryTagKindAndEveryFailure)
     expectInOrder(r.err, errors);
     const std::string total = census().substr(census().rfind("\n[", census().size() - 2) + 1);
     EXPECT_EQ(maskTimes(sonarcat({"--summary", "--database=DRIVER=ZELSQLite3;DATABASE=/nonexistent/x.sqlite3", root}, asNobody()).out),
-              framed("", total)) << "without --verbose only the total, and no database";
+              framed("", total))
+        << "without --verbose only the total, and no database";
 }
 
 TEST_F(Walk, AFileGivenAloneIsReadWhateverItsName)
 {
     std::vector<std::string> ignored;
     const std::string tree = report(false, ignored);
-    const std::pair<std::string, std::string> files[] = {{"b.Mp3", "ID3v1[1] ID3v22[0] ID3v23[1]"}, {"c.mp3.bak", "ID3v1[1] ID3v22[0] ID3v23[0]"}, {"v5.mp3", "ID3v1[0] ID3v22[0] ID3v23[0]"}};
+    const std::pair<std::string, std::string> files[] = {{"b.Mp3", "ID3v1[1] ID3v22[0] ID3v23[1]"},
+                                                         {"c.mp3.bak", "ID3v1[1] ID3v22[0] ID3v23[0]"},
+                                                         {"v5.mp3", "ID3v1[0] ID3v22[0] ID3v23[0]"}};
     for (const auto& [name, tags] : files) {
         const std::string path = root + "/" + name, block = tree.substr(tree.find("FILE[" + name + "]"));
         EXPECT_NE(maskTimes(sonarcat({path}).out).find(block.substr(0, block.find(kFileRule))), std::string::npos) << path;
@@ -242,7 +275,8 @@ TEST_F(Walk, StoredNamesAreValidUtf8OnEveryEngine)
         Catalogue catalogue(engine);
         if (catalogue.database().empty()) continue;
         if (!catalogue.engine().variable)
-            for (const std::string& p : {std::filesystem::path(catalogue.file()).parent_path().string(), catalogue.file()}) (void)!::chown(p.c_str(), 65534, 65534);
+            for (const std::string& p : {std::filesystem::path(catalogue.file()).parent_path().string(), catalogue.file()})
+                (void)!::chown(p.c_str(), 65534, 65534);
         const Result r = sonarcat({"--database=" + catalogue.database(), root}, asNobody(), 120);
         EXPECT_EQ(r.err.find("SQLException"), std::string::npos) << r.err;
         const auto names = catalogue.rows("SELECT FILE_NM FROM STOR_FILE ORDER BY FILE_ID");
@@ -260,7 +294,8 @@ bool killHolders(const std::string& path)
     for (const auto& process : std::filesystem::directory_iterator("/proc")) {
         std::error_code error;
         for (const auto& fd : std::filesystem::directory_iterator(process.path() / "fd", error))
-            if (std::filesystem::read_symlink(fd.path(), error) == path) killed = ::kill(std::stoi(process.path().filename()), SIGKILL) == 0 || killed;
+            if (std::filesystem::read_symlink(fd.path(), error) == path)
+                killed = ::kill(std::stoi(process.path().filename()), SIGKILL) == 0 || killed;
     }
     return killed;
 }
@@ -274,7 +309,8 @@ bool killHolders(const std::string& path)
 // machine both runs take one core.)
 TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
 {
-    const std::string hang = root + "/f-hang.mp3", timedOut = "MediaInfo Timeout [" + hang + "]", killed = "MediaInfo Crashed (SIGKILL) [" + hang + "]";
+    const std::string hang = root + "/f-hang.mp3", timedOut = "MediaInfo Timeout [" + hang + "]",
+                      killed = "MediaInfo Crashed (SIGKILL) [" + hang + "]";
     writeFile(hang, std::string(1, '\0') + "APETAGEX" + std::string(24, '\0'));
     struct Run {
         bool oneCore, kill;
@@ -283,8 +319,10 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
     } runs[] = {{true, false}, {false, false}, {true, true}, {false, true}};
     sonarcat({"--dry-run", "--probe-timeout=1", root}, asNobody(), 120); // reading every file settles its access time first
     for (Run& r : runs) {
-        for (const std::string& p : {std::filesystem::path(r.catalogue.file()).parent_path().string(), r.catalogue.file()}) (void)!::chown(p.c_str(), 65534, 65534);
-        std::vector<std::string> argv = {SONARCAT_BINARY, "--verbose", "--database=" + r.catalogue.database(), r.kill ? "--probe-timeout=0" : "--probe-timeout=1", root};
+        for (const std::string& p : {std::filesystem::path(r.catalogue.file()).parent_path().string(), r.catalogue.file()})
+            (void)!::chown(p.c_str(), 65534, 65534);
+        std::vector<std::string> argv = {SONARCAT_BINARY, "--verbose", "--database=" + r.catalogue.database(),
+                                         r.kill ? "--probe-timeout=0" : "--probe-timeout=1", root};
         if (r.oneCore) argv.insert(argv.begin(), {"/usr/bin/taskset", "-c", "0"});
         Program program(argv, asNobody());
         for (auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60); r.kill && program.running() && !killHolders(hang);)
@@ -294,16 +332,20 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
         ASSERT_FALSE(r.result.timedOut);
         // The killed file's note aside, every run gives the same.
         for (std::string* text : {&r.result.out, &r.result.err})
-            for (size_t at; (at = text->find(r.kill ? killed : timedOut)) != std::string::npos;) text->replace(at, (r.kill ? killed : timedOut).size(), "<note>");
+            for (size_t at; (at = text->find(r.kill ? killed : timedOut)) != std::string::npos;)
+                text->replace(at, (r.kill ? killed : timedOut).size(), "<note>");
         for (const std::string& own : {r.catalogue.database(), std::string(r.kill ? "=0 values[" : "=1 values[")})
             for (size_t at; (at = r.result.out.find(own)) != std::string::npos;) r.result.out.replace(at, own.size(), "<own>");
     }
-    EXPECT_NE(maskTimes(runs[0].result.out).find("FILE[f-hang.mp3]\n    tags[000] size[33] mtime[<time>] notes[<note>]\n"), std::string::npos) << runs[0].result.out;
+    EXPECT_NE(maskTimes(runs[0].result.out).find("FILE[f-hang.mp3]\n    tags[000] size[33] mtime[<time>] notes[<note>]\n"),
+              std::string::npos)
+        << runs[0].result.out;
     EXPECT_EQ(occurrences(runs[0].result.err, "IOException: <note>\n"), 1u) << runs[0].result.err;
     EXPECT_NE(runs[0].result.out.find("INSERT STOR_FILE"), std::string::npos) << runs[0].result.err;
     for (const char* table : {"SELECT DIR_ID, PATH FROM STOR_DIR ORDER BY 1",
                               "SELECT FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, "
-                              "REPLACE(REPLACE(FILE_ER, 'Timeout', '-'), 'Crashed (SIGKILL)', '-'), MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, MEDI_NF, READ_CO FROM STOR_FILE ORDER BY 1",
+                              "REPLACE(REPLACE(FILE_ER, 'Timeout', '-'), 'Crashed (SIGKILL)', '-'), MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, "
+                              "MEDI_NF, READ_CO FROM STOR_FILE ORDER BY 1",
                               "SELECT * FROM ID3V1 ORDER BY 1", "SELECT * FROM ID3V2 ORDER BY 1", "SELECT * FROM ID3V2_FRAME ORDER BY 1, 2",
                               "SELECT * FROM APE ORDER BY 1", "SELECT * FROM APE_ITEM ORDER BY 1, 2"})
         for (const Run& r : runs) EXPECT_EQ(r.catalogue.rows(table), runs[0].catalogue.rows(table)) << table;
@@ -364,10 +406,14 @@ TEST(WalkStops, AtWhatCannotBeWalkedWithTheClosingLines)
     deep.file("a-first.mp3", audio);
     deep.nest("b", std::string(200, 'x'), 25);
     deep.file("z-last.mp3", audio);
-    const struct { std::vector<std::string> args; std::string error; } cases[] = {
+    const struct {
+        std::vector<std::string> args;
+        std::string error;
+    } cases[] = {
         {{"--summary", "/nonexistent/path.mp3"}, "IOException: Open Failed [/nonexistent/path.mp3] (No such file or directory)\n"},
         {{tree.root()}, "IOException: Open Directory Failed [" + tree.root() + "/m-locked] (Permission denied)\n"},
-        {{"--summary", "--verbose", tree.root()}, "IOException: Open Directory Failed [" + tree.root() + "/m-locked] (Permission denied)\n"},
+        {{"--summary", "--verbose", tree.root()},
+         "IOException: Open Directory Failed [" + tree.root() + "/m-locked] (Permission denied)\n"},
         {{deep.root()}, "] (File name too long)\n"},
     };
     for (const auto& c : cases) {

@@ -39,7 +39,10 @@ constexpr long long kSearch = 1; // not a place: the tag is searched for
 // The item area ending a file (footer at -32) or starting it (header at 0, with the size given).
 std::string footer(const std::string& area) { return apeBlock(2000, static_cast<uint32_t>(area.size() + 32), 1, 0); }
 std::string endTag(const std::string& area) { return kAudio + area + footer(area); }
-std::string startTag(const std::string& area, uint32_t size) { return apeBlock(2000, size, 1, kHeaderFlags) + area + footer(area) + kAudio; }
+std::string startTag(const std::string& area, uint32_t size)
+{
+    return apeBlock(2000, size, 1, kHeaderFlags) + area + footer(area) + kAudio;
+}
 
 const testsupport::TempDir kDir;
 
@@ -57,7 +60,12 @@ bool readTag(APEv2& tag, const std::string& bytes, long long position)
 TEST(APEv2, SameItemsWhereverTheTagLies)
 {
     const std::vector<ApeItem> items = {{"Title", "Song"}, {"Artist", "Band"}, {"Year", "2001"}};
-    const struct { std::string bytes; long long position; uint32_t version; uint32_t flags; } places[] = {
+    const struct {
+        std::string bytes;
+        long long position;
+        uint32_t version;
+        uint32_t flags;
+    } places[] = {
         {kAudio + ape(2000, items, true), -32, 2000, kApeHasHeader},
         {kAudio + ape(2000, items, true) + kId3v1, -160, 2000, kApeHasHeader},
         {kAudio + ape(1000, items, false) + kId3v1, -160, 1000, 0},
@@ -80,11 +88,14 @@ using Report = testsupport::ReportCapture;
 
 TEST(APEv2, ValuesDecodedByItemTypeAndLatin1FallbackReported)
 {
-    const struct { ApeItem item; std::wstring text; } cases[] = {
+    const struct {
+        ApeItem item;
+        std::wstring text;
+    } cases[] = {
         {{"Title", " \t Caf\xC3\xA9 \r\n"}, L"size[11] flags[0] key[Title] value[Caf\u00E9]"},
         {{"Artist", std::string("Song\0Other", 10)}, L"size[10] flags[0] key[Artist] value[Song]"},
-        {{"Genre", "Rock", 1}, L"size[4] flags[1] key[Genre] value[Rock]"}, // read-only, still text
-        {{"Comment", " \xE9 "}, L"size[3] flags[0] key[Comment] value[\u00E9]"}, // not UTF-8: Latin-1
+        {{"Genre", "Rock", 1}, L"size[4] flags[1] key[Genre] value[Rock]"},                                      // read-only, still text
+        {{"Comment", " \xE9 "}, L"size[3] flags[0] key[Comment] value[\u00E9]"},                                 // not UTF-8: Latin-1
         {{"Cover", std::string(" a\x01\xFF \0tail", 10), 2}, L"size[10] flags[2] key[Cover] value[ a.\u00FF ]"}, // binary: not trimmed
         {{"Link", "http://example.org/", 4}, L"size[19] flags[4] key[Link] value[]"},
         {{"Other", "data", 6}, L"size[4] flags[6] key[Other] value[]"},
@@ -109,21 +120,31 @@ TEST(APEv2, DamagedAreasAndSizes)
 {
     const std::string first = apeItem({"A", "1"}), item = apeItem({"Title", "Song"});
     const std::string tooLong = first + le32(18) + le32(0) + "Long" + '\0' + "abc" + apeItem({"Next", "v"}); // 17 bytes after the key
-    const std::string ahead = std::string(32, '\0') + item; // every byte before the footer
+    const std::string ahead = std::string(32, '\0') + item;                                                  // every byte before the footer
     const uint32_t fits = static_cast<uint32_t>(ahead.size()), whole = static_cast<uint32_t>(startTag(item, 0).size());
     const Pairs a1 = {{L"A", L"1"}}, song = {{L"Title", L"Song"}};
-    const struct { std::string bytes; long long position; bool ok; Pairs items; } cases[] = {
+    const struct {
+        std::string bytes;
+        long long position;
+        bool ok;
+        Pairs items;
+    } cases[] = {
         {endTag(tooLong), -32, true, {{L"A", L"1"}, {L"Long", L""}}},
         {startTag(tooLong, static_cast<uint32_t>(tooLong.size() + 32)), 0, true, {{L"A", L"1"}, {L"Long", L""}}},
         {endTag(first + le32(5) + le32(0) + "Unended"), -32, true, {{L"A", L"1"}, {L"Unended", L""}}}, // a key without its zero byte
-        {endTag(first + le32(0) + le32(0)), -32, true, a1}, {endTag(first + le32(0) + le32(0) + "K"), -32, true, {{L"A", L"1"}, {L"K", L""}}}, // 8, 9 bytes left
-        {ahead + apeBlock(1000, fits, 1, 0), -32, true, song},       {kAudio + item + apeBlock(2000, 31, 1, 0), -32, true, {}},
-        {kAudio + item + apeBlock(2000, 0, 1, 0) + kId3v1, -160, true, {}}, {startTag(item, 31), 0, true, {}},
+        {endTag(first + le32(0) + le32(0)), -32, true, a1},
+        {endTag(first + le32(0) + le32(0) + "K"), -32, true, {{L"A", L"1"}, {L"K", L""}}}, // 8, 9 bytes left
+        {ahead + apeBlock(1000, fits, 1, 0), -32, true, song},
+        {kAudio + item + apeBlock(2000, 31, 1, 0), -32, true, {}},
+        {kAudio + item + apeBlock(2000, 0, 1, 0) + kId3v1, -160, true, {}},
+        {startTag(item, 31), 0, true, {}},
         // A tag that would begin before the file is read from its start, a tag larger than the file not at all.
-        {ahead + apeBlock(1000, fits + 1, 1, 0), -32, true, song},     {ahead + apeBlock(1000, fits + 1, 1, 0) + kId3v1, -160, true, song},
+        {ahead + apeBlock(1000, fits + 1, 1, 0), -32, true, song},
+        {ahead + apeBlock(1000, fits + 1, 1, 0) + kId3v1, -160, true, song},
         {item + apeBlock(1000, 50, 1, 0) + kId3v1, -160, true, {{L"", L""}}}, // the items are the footer's last 18 bytes
         {ahead + apeBlock(1000, fits + 33, 1, 0), -32, false, {}},
-        {kAudio + item + apeBlock(2000, 0xFFFFFFFF, 1, 0) + kId3v1, -160, false, {}}, {startTag(item, whole + 1), 0, false, {}},
+        {kAudio + item + apeBlock(2000, 0xFFFFFFFF, 1, 0) + kId3v1, -160, false, {}},
+        {startTag(item, whole + 1), 0, false, {}},
     };
     for (const auto& c : cases) {
         APEv2 tag;

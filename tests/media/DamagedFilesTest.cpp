@@ -29,8 +29,8 @@ TEST_P(ScaledDamagedFiles, AreReadSafelyAndQuickly)
         ++copies;
         slowest = std::max(slowest, cost.seconds);
         if ((cost.leftBlocks != 0 || !cost.withinFile(bytes.size()) || cost.seconds > 1) && ++failures <= 10)
-            ADD_FAILURE() << sample.name << " " << what << ": " << cost.leftBlocks << " block(s) left, largest block " << cost.largest << " for "
-                          << bytes.size() << " bytes, " << cost.seconds << " s";
+            ADD_FAILURE() << sample.name << " " << what << ": " << cost.leftBlocks << " block(s) left, largest block " << cost.largest
+                          << " for " << bytes.size() << " bytes, " << cost.seconds << " s";
     };
     // The reading must see the tag body at the start, or the bound proves nothing.
     const auto byte = [&](size_t i) { return static_cast<size_t>(static_cast<uint8_t>(intact[i])); };

@@ -19,9 +19,16 @@ TEST(ID3v1, TrackOnlyWhenAZeroEndsTheCommentBeforeByte126)
     const std::string c28(28, 'c');
     const std::wstring w28(28, L'c');
     // comment: the 30 bytes at offsets 97 to 126, as they lie.
-    const struct { std::string comment; int genreByte; std::wstring text; int track, genre; } cases[] = {
-        {c28 + '\0' + '\x07', 0x11, w28, 7, 17},       {c28 + "cc", 0x7F, w28 + L"cc", 0, 127},
-        {c28 + "c" + '\0', 0x80, w28 + L'c', 0, -128}, {c28 + "  ", 0xFF, w28, 0, -1}, // the length counts before trimming
+    const struct {
+        std::string comment;
+        int genreByte;
+        std::wstring text;
+        int track, genre;
+    } cases[] = {
+        {c28 + '\0' + '\x07', 0x11, w28, 7, 17},
+        {c28 + "cc", 0x7F, w28 + L"cc", 0, 127},
+        {c28 + "c" + '\0', 0x80, w28 + L'c', 0, -128},
+        {c28 + "  ", 0xFF, w28, 0, -1}, // the length counts before trimming
         {"abc" + std::string(26, '\0') + '\x03', 0, L"abc", 3, 0},
         {std::string("ab\0", 3) + std::string(26, 'x') + '\x09', 0, L"ab", 9, 0}, // byte 125 alone decides nothing
         {c28 + '\0' + '\xC8', 0, w28, -56, 0},
@@ -29,7 +36,8 @@ TEST(ID3v1, TrackOnlyWhenAZeroEndsTheCommentBeforeByte126)
     for (const auto& c : cases) {
         ID3v1 tag;
         ASSERT_TRUE(tag.read(testsupport::id3v1("Title", "", "", "", c.comment, -1, c.genreByte).data()));
-        EXPECT_EQ(std::tuple(tag.comment().str(), tag.track(), tag.genre()), std::tuple(c.text, c.track, c.genre)) << testing::PrintToString(c.comment);
+        EXPECT_EQ(std::tuple(tag.comment().str(), tag.track(), tag.genre()), std::tuple(c.text, c.track, c.genre))
+            << testing::PrintToString(c.comment);
     }
     ID3v1 tag;
     ASSERT_TRUE(tag.read(testsupport::id3v1(" Kept ", "\tBand", "Disc  ", " 99 ", " c ", 7).data()));

@@ -33,7 +33,8 @@ std::string raw(std::initializer_list<int> bytes)
 }
 std::string tag(int major, const std::string& body, int flags = 0)
 {
-    return "ID3"s + static_cast<char>(major) + '\0' + static_cast<char>(flags) + testsupport::syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
+    return "ID3"s + static_cast<char>(major) + '\0' + static_cast<char>(flags) +
+           testsupport::syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
 }
 std::string patched(std::string s, size_t at, int value) { return s.replace(at, 1, 1, static_cast<char>(value)); }
 std::wstring ids(const ID3v2& t)
@@ -61,10 +62,15 @@ TEST(ID3v2, HeaderBytesDecideWhetherATagIsRead)
 {
     const std::string v22 = testsupport::id3v2(2, {{"TT2", textBody("Hello")}}), v23 = testsupport::id3v2(3, {kHello});
     const wchar_t* refused = L" version[0] revision[0] flags[0] size[0] fsbits[0]";
-    const struct { std::string bytes; const wchar_t* ids; const wchar_t* text; } cases[] = {
+    const struct {
+        std::string bytes;
+        const wchar_t* ids;
+        const wchar_t* text;
+    } cases[] = {
         {v22, L"TT2", L"ID3 version[2] revision[0] flags[0] size[12] fsbits[8]"},
         {testsupport::id3v2(3, {kHello}, 240), L"TIT2", L"ID3 version[3] revision[0] flags[0] size[257] fsbits[8]"},
-        {patched(testsupport::id3v2(4, {kHello}, 0, 0x80), 4, 0x90), L"TIT2", L"ID3 version[4] revision[-112] flags[ffffff80] size[17] fsbits[8]"},
+        {patched(testsupport::id3v2(4, {kHello}, 0, 0x80), 4, 0x90), L"TIT2",
+         L"ID3 version[4] revision[-112] flags[ffffff80] size[17] fsbits[8]"},
         {patched(v22, 3, 0), L"TT2", L"ID3 version[0] revision[0] flags[0] size[12] fsbits[8]"}, // let through: 3-byte ids
         {patched(v22, 3, 0xFF), L"TT2", L"ID3 version[-1] revision[0] flags[0] size[12] fsbits[8]"},
         {patched(v23, 3, 5), nullptr, refused},
@@ -94,25 +100,34 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
 {
     const std::string hello = frame(3, kHello, false), frames4 = frame(4, kHello, true);
     const std::wstring path(kPath.begin(), kPath.end()), invalid = L"ID3v2 Invalid Frames [" + path + L"]\n";
-    const struct { std::string bytes; int fsbits; const wchar_t* ids; uint32_t firstSize; std::wstring trace = L""; } cases[] = {
+    const struct {
+        std::string bytes;
+        int fsbits;
+        const wchar_t* ids;
+        uint32_t firstSize;
+        std::wstring trace = L"";
+    } cases[] = {
         // Frames of 128 bytes and more: the two readings differ, and a plain size byte of 0x80 or more is no sign.
         {testsupport::id3v2(4, {k200}, 100), 7, L"TIT2", 200}, // 00 00 01 48: 200 seven bits a byte, 328 plainly
         {testsupport::id3v2(4, {k200}, 1000), 8, L"TIT2", 328},
         {testsupport::id3v2(3, {k200}), 8, L"TIT2", 200}, // 00 00 00 C8
         {testsupport::id3v2(2, {{"TT2", k200.body}}, 10), 8, L"TT2", 200},
-        {testsupport::id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7}, // ends at the body's end
+        {testsupport::id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7},                // ends at the body's end
         {tag(3, hello + raw({0, 0, 0, 0}) + frame(3, kWorld, false)), 8, L"TIT2", 7}, // after the padding: ignored
         {testsupport::id3v2(3, {}), 8, L"", 0},
         {testsupport::id3v2(3, {}, 64), 8, L"", 0},
-        {testsupport::id3v2(3, {kHello, {"TPE1", ""}}), 0, L"", 0, invalid + L"[TIT2][7]\nfalse [11][1B][54]\n[TIT2][7]\nfalse [11][1B][54]\n"},
-        {tag(3, hello + frame(3, {"\xFFIT2", "x"}, false)), 0, L"", 0, invalid + L"[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n"},
+        {testsupport::id3v2(3, {kHello, {"TPE1", ""}}), 0, L"", 0,
+         invalid + L"[TIT2][7]\nfalse [11][1B][54]\n[TIT2][7]\nfalse [11][1B][54]\n"},
+        {tag(3, hello + frame(3, {"\xFFIT2", "x"}, false)), 0, L"", 0,
+         invalid + L"[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n"},
         {tag(3, "TIT2" + testsupport::be(1000, 4) + raw({0, 0}) + textBody("Hello\0\0\0\0"s)), 0, L"", 0,
          invalid + L"[TIT2][1000]\nfalse [3F2][14][0]\n[TIT2][488]\nfalse [1F2][14][0]\n"},
         {tag(3, hello + frame(3, {"1ABC", "zz"}, false) + frame(3, kWorld, false) + std::string(8, '\0')), 8, L"TIT2", 7,
          L"ID3v2 Frame Read Failed [" + path + L"]\n"}, // a digit passes the probe, not the walk
         // The extended header's length counts from its own start.
         {tag(4, raw({0, 0, 0, 6, 0x81, 0}) + frames4, 0x40), 8, L"TIT2", 7, L"Number of flag bytes [-127]\n"},
-        {tag(4, raw({0, 0, 0, 12, 1, 0, 9, 9, 9, 9, 9, 9}) + frames4 + std::string(5, '\0'), 0x40), 8, L"TIT2", 7, L"Number of flag bytes [1]\n"},
+        {tag(4, raw({0, 0, 0, 12, 1, 0, 9, 9, 9, 9, 9, 9}) + frames4 + std::string(5, '\0'), 0x40), 8, L"TIT2", 7,
+         L"Number of flag bytes [1]\n"},
         // One that claims more than the body holds fails both readings; one that ends with the body leaves no frames.
         {tag(4, raw({0x7F, 0x7F, 0x7F, 0x7F, 1, 0}) + frames4, 0x40), 0, L"", 0,
          L"Number of flag bytes [1]\n" + invalid + L"false [FFFFFFF][17][0]\nfalse [FFFFFFF][17][0]\n"},
@@ -129,7 +144,8 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
         EXPECT_EQ(std::tuple(t.fsbits(), ids(t)), std::tuple(std::max(c.fsbits, 0), std::wstring(c.ids)));
         EXPECT_EQ(t.version(), c.fsbits < 0 ? 0 : c.bytes[3]) << "the header copy is made once the body is read";
         EXPECT_EQ(t.frames().isEmpty() ? 0u : t.frames()[0]->size(), c.firstSize);
-        EXPECT_TRUE(c.firstSize < 200 || t.frames()[0]->text().str() == std::wstring(199, L'a')) << "a frame of 128 bytes or more reads whole";
+        EXPECT_TRUE(c.firstSize < 200 || t.frames()[0]->text().str() == std::wstring(199, L'a'))
+            << "a frame of 128 bytes or more reads whole";
         EXPECT_EQ(report.text.substr(0, c.trace.size()), c.trace);
         EXPECT_EQ(report.text.empty(), c.trace.empty()) << testing::PrintToString(report.text);
     }
@@ -150,7 +166,8 @@ std::vector<Row> rows()
     return {
         {3, {"AENC", "owner\0\1\2"s}, 0, 0, L"owner", L"", L"", "\1\2"},
         {3, {"APIC", png + pic.substr(0, 100)}, 0, 3, L"image/png", L"", L"", pic.substr(0, 100)},
-        {3, {"APIC", testsupport::be(5, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 5)}, // data length indicator
+        {3, {"APIC", testsupport::be(5, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 5)}, // data length
+                                                                                                                           // indicator
         {3, {"APIC", testsupport::be(0x1000, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 10)},
         {4, {"APIC", raw({0, 0, 1, 0}) + png + pic, 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 128)}, // 128 seven bits a byte
         {3, {"APIC", raw({0, 0, 1}), 1}, 0, 0, L"", L"", L"", ""},
@@ -159,7 +176,16 @@ std::vector<Row> rows()
         {2, {"CRA", "own\0\1\2"s}, 0, 0, L"own", L"", L"", "\1\2"},
         {3, {"CTOC", "toc\0\3"s}, 0, 0, L"", L"", L"", "toc\0\3"s},
         {2, {"GEO", "\0a/b\0f\0d\0\7"s}, 0, 0, L"a/b", L"d", L"f", "\7"},
-        {3, {"GEOB", "\x01text/x\0\xFF\xFE" "f\0\0\0\xFF\xFE" "d\0\0\0payload"s}, 1, 0, L"text/x", L"d", L"f", "payload"}, // the MIME type is Latin-1
+        {3,
+         {"GEOB", "\x01text/x\0\xFF\xFE"
+                  "f\0\0\0\xFF\xFE"
+                  "d\0\0\0payload"s},
+         1,
+         0,
+         L"text/x",
+         L"d",
+         L"f",
+         "payload"}, // the MIME type is Latin-1
         {2, {"IPL", "\3role\0name"s}, 3, 0, L"", L"", L"role", ""},
         {3, {"IPLS", "\0role\0name"s}, 0, 0, L"", L"", L"role", ""},
         {3, {"ITUN", "\3abc"}, 0, 0, L"", L"", L"", "\3abc"},
@@ -181,17 +207,17 @@ std::vector<Row> rows()
         {2, {"WXX", "\0h\0u"s}, 0, 0, L"u", L"h", L"", ""},
         {3, {"WOAR", "a/b\0c"s}, 0, 0, L"a/b", L"", L"", ""},
         {3, {"MCDI", "\0\1\2\3"s}, 0, 0, L"", L"", L"", "\0\1\2\3"s},
-        {3, {"TXXX", raw({1, 0xFF, 0xFE, 0x41, 0, 0, 0, 0x42, 0})}, 1, 0, L"", L"A", L"B", ""}, // UTF-16: a zero unit ends a string
+        {3, {"TXXX", raw({1, 0xFF, 0xFE, 0x41, 0, 0, 0, 0x42, 0})}, 1, 0, L"", L"A", L"B", ""},      // UTF-16: a zero unit ends a string
         {3, {"TXXX", raw({1, 0xFF, 0xFE, 0x41, 0, 0, 0x42, 0, 0})}, 1, 0, L"", L"A\u4200", L"", ""}, // zeros across units end nothing
         {3, {"TXXX", raw({1, 0xFF, 0xFE, 'a', 0, 0})}, 1, 0, L"", L"a", L"", ""},
         {3, {"TXXX", raw({1, 0xFF, 0xFE, 0, 0, 0xFF, 0xFE, 'v', 0})}, 1, 0, L"", L"", L"v", ""}, // a mark alone is no text
         {3, {"TXXX", raw({2, 0xFE, 0xFF, 0, 0, 0, 'v'})}, 2, 0, L"", L"", L"v", ""},
         {3, {"TIT2", raw({7, 'c', 'a', 'f', 0xE9})}, 7, 0, L"", L"", L"caf\u00E9", ""},
         {3, {"TXXX", raw({3, 0xFF, 'x', 0}) + "ok"}, 3, 0, L"", L"", L"ok", ""}, // what cannot be decoded is empty
-        {3, {"TXXX", "\0abc"s}, 0, 0, L"", L"abc", L"", "", "TIT2\0"s}, // without a terminator later readings find nothing
+        {3, {"TXXX", "\0abc"s}, 0, 0, L"", L"abc", L"", "", "TIT2\0"s},          // without a terminator later readings find nothing
         {3, {"TXXA", "\0k\0v"s}, 0, 0, L"", L"k", L"v", ""},
         {3, {"IPLX", "\0role"s}, 0, 0, L"", L"", L"role", ""}, // TXX, IPL: the first three
-        {3, {"T\xC9T2", "\0x"s}, 0, 0, L"", L"", L"x", ""}, // an id that is not ASCII is empty, and read by its first letter
+        {3, {"T\xC9T2", "\0x"s}, 0, 0, L"", L"", L"x", ""},    // an id that is not ASCII is empty, and read by its first letter
     };
 }
 
@@ -202,7 +228,8 @@ TEST(ID3v2, EveryKindOfFrameHasARow)
     for (const FrameKind& kind : id3v2frames::kFrameKinds)
         for (std::string_view id : {kind.id22, kind.id23}) EXPECT_TRUE(id.empty() || hasRow(id)) << id;
     for (const FrameFamily& family : id3v2frames::kFrameFamilies)
-        EXPECT_TRUE(std::any_of(all.begin(), all.end(), [&](const Row& r) { return r.frame.id[0] == family.firstLetter; })) << family.firstLetter;
+        EXPECT_TRUE(std::any_of(all.begin(), all.end(), [&](const Row& r) { return r.frame.id[0] == family.firstLetter; }))
+            << family.firstLetter;
 }
 
 TEST(ID3v2, EachFrameKeepsItsFieldsAndReadsNothingPastTheEnd)
@@ -214,7 +241,8 @@ TEST(ID3v2, EachFrameKeepsItsFieldsAndReadsNothingPastTheEnd)
     for (const Row& r : rows()) {
         const ID3v2& owner = r.major == 2 ? v2 : r.major == 3 ? v3 : v4;
         const std::string bytes = frame(r.major, r.frame, r.major == 4);
-        for (size_t cut = bytes.size() + r.after.size(); cut > (r.major == 2 ? 6u : 10u); --cut) { // cut short, the frame claims what it claims
+        for (size_t cut = bytes.size() + r.after.size(); cut > (r.major == 2 ? 6u : 10u);
+             --cut) { // cut short, the frame claims what it claims
             std::vector<char> block(bytes.begin(), bytes.end());
             block.insert(block.end(), r.after.begin(), r.after.end());
             block.resize(cut); // a read past the block's end shows in the sanitized build
@@ -224,15 +252,22 @@ TEST(ID3v2, EachFrameKeepsItsFieldsAndReadsNothingPastTheEnd)
             if (cut < bytes.size()) continue;
             SCOPED_TRACE(testing::PrintToString(r.frame.id + " " + r.frame.body));
             EXPECT_EQ(std::tuple(f.id().str(), f.size(), f.flags(), f.encoding(), f.type()),
-                      std::tuple(r.frame.id.find('\xC9') == std::string::npos ? std::wstring(r.frame.id.begin(), r.frame.id.end()) : L"", static_cast<uint32_t>(r.frame.body.size()), static_cast<int16_t>(r.frame.flags), r.encoding, r.type));
+                      std::tuple(r.frame.id.find('\xC9') == std::string::npos ? std::wstring(r.frame.id.begin(), r.frame.id.end()) : L"",
+                                 static_cast<uint32_t>(r.frame.body.size()), static_cast<int16_t>(r.frame.flags), r.encoding, r.type));
             EXPECT_EQ(std::tuple(f.url().str(), f.description().str(), f.text().str()), std::tuple(r.url, r.description, r.text));
             EXPECT_EQ(std::string(f.binary().data(), f.binary().length()), r.binary);
         }
     }
-    const std::vector<std::pair<Frame, std::wstring>> shown = { // signed fields are shown widened with their sign
+    const std::vector<std::pair<Frame, std::wstring>> shown = {
+        // signed fields are shown widened with their sign
         {{"TIT2", "\xFFHi"s, 0x8000}, L"TIT2 size[3] flags[ffff8000] encoding[-1] type[0] text[Hi]"},
-        {{"APIC", "\0image/png\0\x80" "cover\0DATA"s, 2}, L"APIC size[22] flags[2] encoding[0] type[-128] url[image/png] description[cover] binary[4][DATA]"},
-        {{"PRIV", "owner\0"s + std::string(50, 'z')}, L"PRIV size[56] flags[0] encoding[0] type[0] url[owner] binary[50][" + std::wstring(40, L'z') + L"]"},
+        {{"APIC",
+          "\0image/png\0\x80"
+          "cover\0DATA"s,
+          2},
+         L"APIC size[22] flags[2] encoding[0] type[-128] url[image/png] description[cover] binary[4][DATA]"},
+        {{"PRIV", "owner\0"s + std::string(50, 'z')},
+         L"PRIV size[56] flags[0] encoding[0] type[0] url[owner] binary[50][" + std::wstring(40, L'z') + L"]"},
     };
     for (const auto& [shownFrame, text] : shown) {
         const std::string bytes = frame(3, shownFrame, false);

@@ -16,10 +16,12 @@ TEST(MediaInfo, DurationsAndContentTypes)
     MediaInfo::initialize();
     {
         MediaInfo audio(fromNativePath(testsupport::dataFile("tone-2500ms.mp3").c_str()));
-        EXPECT_EQ(std::tuple(audio.audioDuration(0), audio.audioDurationAsSeconds(0), audio.videoDurationAsSeconds(0)), std::tuple(2560u, 2u, 0u));
+        EXPECT_EQ(std::tuple(audio.audioDuration(0), audio.audioDurationAsSeconds(0), audio.videoDurationAsSeconds(0)),
+                  std::tuple(2560u, 2u, 0u));
         EXPECT_EQ(audio.contentType().str(), L"audio/mpeg");
         MediaInfo text(fromNativePath(testsupport::dataFile("tagged/README.md").c_str()));
-        EXPECT_EQ(std::tuple(text.format().str(), text.contentType().str()), std::tuple(std::wstring(), std::wstring(L"application/octet-stream")));
+        EXPECT_EQ(std::tuple(text.format().str(), text.contentType().str()),
+                  std::tuple(std::wstring(), std::wstring(L"application/octet-stream")));
     }
     MediaInfo::cleanup();
 }

@@ -32,12 +32,12 @@ inline std::string settingOf(const std::string& settings, const std::string& key
 
 struct Engine {
     std::string name, driver;
-    const char* variable; // names the server: "SERVER=...;PORT=...;USER=...;PASSWORD=..."; null: a file
+    const char* variable;                 // names the server: "SERVER=...;PORT=...;USER=...;PASSWORD=..."; null: a file
     std::string create, drop, connection; // shell commands that make the database {db} with its tables and drop it; --database
     std::string hex, time;                // a bytes column {1} in upper-case hexadecimal; a time as the report shows it
     std::vector<std::string> rejectFrame; // statements that make the rows of frame {1} fail
     std::vector<std::pair<std::string, std::string>> refusals; // --database values that open nothing, and what the message says
-    std::string pending; // a shell command that prints a number above 0 while the program holds a transaction that wrote rows
+    std::string pending;             // a shell command that prints a number above 0 while the program holds a transaction that wrote rows
     std::vector<std::string> slow{}; // statements that hold the server on an ID3v2 tag over 100 KB, whose rows outgrow a socket's buffers
 };
 
@@ -46,35 +46,41 @@ struct Engine {
 // off, which only a power loss tells.
 inline Engine firebirdEngine(const std::string& name, const std::string& driver, const std::string& where)
 {
-    const std::string login = " -user '{USER}' -password '{PASSWORD}' ", isql = "isql-fb -q -bail" + login, database = "'{SERVER}:{FILES}/{db}.fdb'";
+    const std::string login = " -user '{USER}' -password '{PASSWORD}' ", isql = "isql-fb -q -bail" + login,
+                      database = "'{SERVER}:{FILES}/{db}.fdb'";
     const std::string connection = "DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};" + where;
     std::string hex;
     for (int at = 1; at <= 97; at += 16)
-        hex += (at > 1 ? " || " : "") + std::string("UUID_TO_CHAR(CAST(SUBSTRING({1} FROM ") + std::to_string(at) + " FOR 16) AS CHAR(16) CHARACTER SET OCTETS))";
+        hex += (at > 1 ? " || " : "") + std::string("UUID_TO_CHAR(CAST(SUBSTRING({1} FROM ") + std::to_string(at) +
+               " FOR 16) AS CHAR(16) CHARACTER SET OCTETS))";
     return {
         .name = name,
         .driver = driver,
         .variable = "SONARCAT_TEST_FIREBIRD",
-        .create = "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& " + isql + "-ch UTF8 -i {schema}firebird.sql " +
-                  database + " && gfix -write async" + login + database,
+        .create = "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& " + isql +
+                  "-ch UTF8 -i {schema}firebird.sql " + database + " && gfix -write async" + login + database,
         .drop = "[ ! -e '{FILES}/{db}.fdb' ] || echo 'DROP DATABASE;' | " + isql + database,
         .connection = connection,
         .hex = "LEFT(REPLACE(" + hex + ", '-', ''), 2 * OCTET_LENGTH({1}))",
         .time = "LEFT(CAST({1} AS VARCHAR(24)), 23)",
         .rejectFrame = {"CREATE EXCEPTION FRAME_REJECTED 'frame rejected'",
-                        "CREATE TRIGGER REJECT_FRAME FOR ID3V2_FRAME BEFORE INSERT AS BEGIN IF (NEW.FRAME_ID = '{1}') THEN EXCEPTION FRAME_REJECTED; END"},
+                        "CREATE TRIGGER REJECT_FRAME FOR ID3V2_FRAME BEFORE INSERT AS BEGIN IF (NEW.FRAME_ID = '{1}') THEN EXCEPTION "
+                        "FRAME_REJECTED; END"},
         .refusals =
             {
-                {"DRIVER=" + driver + ";USER={USER};PASSWORD=wrong;SERVER={SERVER};DATABASE={FILES}/{db}.fdb", "Your user name and password are not defined"},
+                {"DRIVER=" + driver + ";USER={USER};PASSWORD=wrong;SERVER={SERVER};DATABASE={FILES}/{db}.fdb",
+                 "Your user name and password are not defined"},
                 {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER={SERVER};DATABASE={FILES}/{db}_missing.fdb",
                  "I/O error during \"open\" operation for file \"{FILES}/{db}_missing.fdb\""},
                 // Nothing listens on port 1.
                 {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1/1;DATABASE={FILES}/{db}.fdb",
                  driver + ": cannot connect: Unable to complete network request to host \"127.0.0.1\""},
                 // Without a server the file is not opened from this process, though it could be.
-                {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};DATABASE={FILES}/{db}.fdb", "unavailable database [{FILES}/{db}.fdb]"},
+                {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};DATABASE={FILES}/{db}.fdb",
+                 "unavailable database [{FILES}/{db}.fdb]"},
             },
-        .pending = "printf '%s\\n' 'SET HEADING OFF;' 'SELECT COUNT(*) FROM MON$TRANSACTIONS t JOIN MON$RECORD_STATS r ON r.MON$STAT_ID = t.MON$STAT_ID "
+        .pending = "printf '%s\\n' 'SET HEADING OFF;' 'SELECT COUNT(*) FROM MON$TRANSACTIONS t JOIN MON$RECORD_STATS r ON r.MON$STAT_ID = "
+                   "t.MON$STAT_ID "
                    "WHERE t.MON$ATTACHMENT_ID <> CURRENT_CONNECTION AND r.MON$RECORD_INSERTS > 0;' | isql-fb -q" +
                    login + database,
     };
@@ -84,14 +90,17 @@ inline const std::vector<Engine>& engines()
 {
     const std::string psql = "PGPASSWORD='{PASSWORD}' psql -X -q -v ON_ERROR_STOP=1 -h {SERVER} -p {PORT} -U {USER} -d ";
     std::string rows = "0"; // in all seven tables
-    for (const char* table : {"STOR_DIR", "STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"}) rows += std::string(" + (SELECT COUNT(*) FROM ") + table + ")";
-    const std::string mariadb = "mariadb --no-defaults --protocol=TCP -h {SERVER} -P {PORT} -u {USER} --password='{PASSWORD}' --default-character-set=utf8mb4 ";
+    for (const char* table : {"STOR_DIR", "STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
+        rows += std::string(" + (SELECT COUNT(*) FROM ") + table + ")";
+    const std::string mariadb =
+        "mariadb --no-defaults --protocol=TCP -h {SERVER} -P {PORT} -u {USER} --password='{PASSWORD}' --default-character-set=utf8mb4 ";
     // Each database's texts, shared by its own driver and the ODBC driver over it.
     const std::string sqliteCreate = "sqlite3 '{db}' < {schema}sqlite3.sql", sqliteDrop = "rm -f '{db}'*",
                       sqliteHex = "CASE typeof({1}) WHEN 'blob' THEN nullif(hex({1}), '') END"; // bytes bound as text would read NULL
-    const std::vector<std::string> sqliteReject = {
-        "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"};
-    const std::string sqliteLocked = "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"; // a second writer is refused
+    const std::vector<std::string> sqliteReject = {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' "
+                                                   "BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"};
+    const std::string sqliteLocked =
+        "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"; // a second writer is refused
     const std::string pgCreate = psql + "postgres -c 'CREATE DATABASE {db}' && " + psql + "{db} -f {schema}postgresql.sql",
                       pgDrop = psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'", pgHex = "upper(encode({1}, 'hex'))",
                       pgTime = "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')";
@@ -103,8 +112,9 @@ inline const std::vector<Engine>& engines()
     const std::string myCreate = mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
                       myDrop = mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", myHex = "NULLIF(HEX({1}), '')",
                       myTime = "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)";
-    const std::vector<std::string> myReject = {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN "
-                                               "SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'frame rejected'; END IF"};
+    const std::vector<std::string> myReject = {
+        "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN "
+        "SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'frame rejected'; END IF"};
     // The ODBC rows: braces in DRIVER name an ODBC driver, not a placeholder.
     const std::string odbcPostgres = "DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
     // JournalMode=WAL: the SQLite module's journal; the ODBC driver's default, a rollback journal, costs a sync at every commit.
@@ -130,7 +140,8 @@ inline const std::vector<Engine>& engines()
             .name = "SQLCipher",
             .driver = "ZELSQLCipher",
             .variable = nullptr,
-            .create = "{ echo \"PRAGMA key = 'sonarcat-test';\"; cat {schema}sqlite3.sql; } | sqlcipher '{db}' && sqlite3 '{db}.plain' < {schema}sqlite3.sql",
+            .create = "{ echo \"PRAGMA key = 'sonarcat-test';\"; cat {schema}sqlite3.sql; } | sqlcipher '{db}' && sqlite3 '{db}.plain' < "
+                      "{schema}sqlite3.sql",
             .drop = "rm -f '{db}'*",
             .connection = "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test",
             .hex = sqliteHex,
@@ -138,14 +149,17 @@ inline const std::vector<Engine>& engines()
             .rejectFrame = sqliteReject,
             .refusals =
                 {
-                    {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=wrong", "ZELSQLCipher: cannot connect: wrong key or not an encrypted catalogue"},
+                    {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=wrong",
+                     "ZELSQLCipher: cannot connect: wrong key or not an encrypted catalogue"},
                     {"DRIVER=ZELSQLCipher;DATABASE={db}.plain;KEY=sonarcat-test",
                      "wrong key or not an encrypted catalogue (file is encrypted or is not a database) [{db}.plain]"},
-                    {"DRIVER=ZELSQLCipher;DATABASE={db}.missing;KEY=sonarcat-test", "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing]"},
+                    {"DRIVER=ZELSQLCipher;DATABASE={db}.missing;KEY=sonarcat-test",
+                     "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing]"},
                     {"DRIVER=ZELSQLCipher;DATABASE={db}", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
                     {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
                 },
-            .pending = "sqlcipher -bail '{db}' \"PRAGMA key = 'sonarcat-test'; BEGIN IMMEDIATE; ROLLBACK;\" 2>&1 | grep -c 'database is locked'",
+            .pending =
+                "sqlcipher -bail '{db}' \"PRAGMA key = 'sonarcat-test'; BEGIN IMMEDIATE; ROLLBACK;\" 2>&1 | grep -c 'database is locked'",
         },
         {
             .name = "PostgreSQL",
@@ -159,7 +173,8 @@ inline const std::vector<Engine>& engines()
             .rejectFrame = pgReject,
             .refusals =
                 {
-                    {"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "password authentication failed"},
+                    {"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
+                     "password authentication failed"},
                     {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
                     // Nothing listens on port 1.
                     {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
@@ -182,10 +197,12 @@ inline const std::vector<Engine>& engines()
             .rejectFrame = myReject,
             .refusals =
                 {
-                    {"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}", "Access denied for user '{USER}'"},
+                    {"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
+                     "Access denied for user '{USER}'"},
                     {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
                     // Nothing listens on port 1.
-                    {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}", "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
+                    {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
+                     "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
                     {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
                     {"DRIVER=ZELMariaDB;USER={USER};SERVER={SERVER};PORT=3306x;DATABASE={db}", "not a port number: [3306x]"},
                 },
@@ -208,9 +225,11 @@ inline const std::vector<Engine>& engines()
             // The driver's own diagnostics reach the message; the native rows try each kind of refusal.
             .refusals =
                 {
-                    {"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "password authentication failed"},
+                    {"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong",
+                     "password authentication failed"},
                     // Debian registers the driver as "PostgreSQL Unicode" and "PostgreSQL ANSI" only.
-                    {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}", "Can't open lib 'PostgreSQL' : file not found"},
+                    {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}",
+                     "Can't open lib 'PostgreSQL' : file not found"},
                 },
             // psqlODBC names no application: the program's is the one connection to the database writing rows.
             .pending = psql + "{db} -tAc \"" + pgWriting + " AND pid <> pg_backend_pid()\"",
@@ -243,11 +262,14 @@ inline const std::vector<Engine>& engines()
             .hex = myHex,
             .time = myTime,
             .rejectFrame = myReject,
-            .refusals = {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}", "Unknown database '{db}_missing'"}},
+            .refusals = {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}",
+                          "Unknown database '{db}_missing'"}},
             // The rows a transaction wrote are locked until it ends: a locking read that may not wait is refused.
             // (information_schema.INNODB_TRX would tell too, but it is a copy renewed at most every 0.1 s.)
-            .pending = mariadb + "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE NOWAIT' 2>&1 | "
-                                 "grep -c 'Lock wait timeout'",
+            .pending =
+                mariadb +
+                "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE NOWAIT' 2>&1 | "
+                "grep -c 'Lock wait timeout'",
         },
     };
     return all;
@@ -271,8 +293,10 @@ public:
         for (const Engine& e : engines()) engine_ = e.name == engine ? &e : engine_;
         if (engine_->variable && settings_.empty() && std::getenv(engine_->variable)) settings_ = std::getenv(engine_->variable);
         const std::string module = "libZEL" + engine_->driver.substr(3) + ".so"; // built when its client library is there
-        if (!std::filesystem::exists(std::filesystem::path(SONARCAT_BINARY).parent_path() / module)) missing_ = "no " + module + " in this build";
-        else if (engine_->variable && settings_.empty()) missing_ = "no " + engine_->name + " server: set " + engine_->variable + " (.ci/run does)";
+        if (!std::filesystem::exists(std::filesystem::path(SONARCAT_BINARY).parent_path() / module))
+            missing_ = "no " + module + " in this build";
+        else if (engine_->variable && settings_.empty())
+            missing_ = "no " + engine_->name + " server: set " + engine_->variable + " (.ci/run does)";
         if (!missing_.empty()) return;
         static std::atomic<int> serial{0};
         db_ = engine_->variable ? "sonarcat_test_" + std::to_string(::getpid()) + "_" + std::to_string(serial++) : dir_ / "music.db";
@@ -295,9 +319,14 @@ public:
     std::string fill(const std::string& text, const std::string& one = "") const
     {
         std::string s = text;
-        const std::pair<std::string, std::string> values[] = {{"{db}", db_}, {"{schema}", SONARCAT_SCHEMA_DIR "/"}, {"{settings}", settings_}, {"{1}", one},
-                                                              {"{SERVER}", settingOf(settings_, "SERVER")}, {"{PORT}", settingOf(settings_, "PORT")},
-                                                              {"{USER}", settingOf(settings_, "USER")}, {"{PASSWORD}", settingOf(settings_, "PASSWORD")},
+        const std::pair<std::string, std::string> values[] = {{"{db}", db_},
+                                                              {"{schema}", SONARCAT_SCHEMA_DIR "/"},
+                                                              {"{settings}", settings_},
+                                                              {"{1}", one},
+                                                              {"{SERVER}", settingOf(settings_, "SERVER")},
+                                                              {"{PORT}", settingOf(settings_, "PORT")},
+                                                              {"{USER}", settingOf(settings_, "USER")},
+                                                              {"{PASSWORD}", settingOf(settings_, "PASSWORD")},
                                                               {"{FILES}", settingOf(settings_, "FILES")}};
         for (const auto& [key, value] : values)
             for (size_t at; (at = s.find(key)) != std::string::npos;) s.replace(at, key.size(), value);
@@ -315,7 +344,8 @@ public:
             q.execute(ZELd::fromNativePath(sql.c_str()));
             while (q.fetch()) {
                 Row& row = out.emplace_back();
-                for (size_t i = 0; i < q.fields().size(); ++i) row.push_back(q.fields()[i].isNull() ? kNull : ZELd::toUtf8(q.fields()[i].asString().str()));
+                for (size_t i = 0; i < q.fields().size(); ++i)
+                    row.push_back(q.fields()[i].isNull() ? kNull : ZELd::toUtf8(q.fields()[i].asString().str()));
             }
         } catch (ZELd::Exception* e) {
             const std::string text = ZELd::toUtf8(e->toStringAll().str());

@@ -23,12 +23,18 @@ inline std::string readFile(const std::string& path)
     s << std::ifstream(path, std::ios::binary).rdbuf();
     return s.str();
 }
-inline void writeFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes; }
+inline void writeFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
 inline std::string dataFile(const std::string& name) { return std::string(SONARCAT_TEST_DATA) + "/" + name; }
 
 class TempDir {
 public:
-    TempDir() : path_((std::filesystem::temp_directory_path() / "sonarcat-test-XXXXXX").string()) { path_ = ::mkdtemp(path_.data()) ? path_ : ""; }
+    TempDir() : path_((std::filesystem::temp_directory_path() / "sonarcat-test-XXXXXX").string())
+    {
+        path_ = ::mkdtemp(path_.data()) ? path_ : "";
+    }
     ~TempDir()
     {
         std::error_code ignored;

@@ -32,7 +32,8 @@ inline const std::string& odbcConfiguration()
         ::chmod(dir.path().c_str(), 0755); // the user nobody runs the program too
         const char* system = std::getenv("ODBCSYSINI");
         const std::string drivers = readFile(std::string(system && *system ? system : "/etc") + "/odbcinst.ini");
-        writeFile(dir / "odbcinst.ini", std::regex_replace(drivers, std::regex(R"(^(\s*CommLog\s*=\s*)\d+)", std::regex::multiline), "$010"));
+        writeFile(dir / "odbcinst.ini",
+                  std::regex_replace(drivers, std::regex(R"(^(\s*CommLog\s*=\s*)\d+)", std::regex::multiline), "$010"));
         ::setenv("ODBCSYSINI", dir.path().c_str(), 1);
         return dir.path();
     }();
@@ -69,7 +70,8 @@ inline const std::string& nobodysCopy()
     static const std::string copy = [] {
         ::chmod(dir.path().c_str(), 0755);
         for (const auto& e : std::filesystem::directory_iterator(std::filesystem::path(SONARCAT_BINARY).parent_path()))
-            if (e.path().filename() == "sonarcat" || e.path().extension() == ".so") std::filesystem::copy_file(e.path(), dir / e.path().filename());
+            if (e.path().filename() == "sonarcat" || e.path().extension() == ".so")
+                std::filesystem::copy_file(e.path(), dir / e.path().filename());
         return dir / "sonarcat";
     }();
     return copy;
@@ -102,7 +104,10 @@ public:
         if (launch.out == -1) ::close(out);
         if (launch.err == -1) ::close(err);
     }
-    ~Program() { if (running()) ::kill(pid_, SIGKILL), wait(0); }
+    ~Program()
+    {
+        if (running()) ::kill(pid_, SIGKILL), wait(0);
+    }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
@@ -110,7 +115,10 @@ public:
     // Stops the program where it is (SIGSTOP); false when it has ended.
     bool pause() { return running() && ::kill(pid_, SIGSTOP) == 0 && !wait(WUNTRACED); }
     void resume() { signal(SIGCONT); }
-    void signal(int sig) { if (pid_ > 0 && !ended_) ::kill(pid_, sig); }
+    void signal(int sig)
+    {
+        if (pid_ > 0 && !ended_) ::kill(pid_, sig);
+    }
     // Waits for the end; a program still running after the time is killed.
     Result finish(int timeoutSeconds = 60)
     {
@@ -169,7 +177,8 @@ inline size_t occurrences(const std::string& text, const std::string& what)
 // then work at the size that only long runs can show.
 inline bool longRun() { return std::getenv("SONARCAT_TEST_SCALE") && std::string(std::getenv("SONARCAT_TEST_SCALE")) == "long"; }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) // it cannot run under valgrind, and its shadow memory grows with the work done
+#if defined(__SANITIZE_ADDRESS__) ||                                                                                                       \
+    defined(__SANITIZE_THREAD__) // it cannot run under valgrind, and its shadow memory grows with the work done
 inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;

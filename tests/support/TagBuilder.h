@@ -57,7 +57,8 @@ inline std::string id3v2(int major, const std::vector<Frame>& frames, size_t pad
     std::string body = extendedHeader;
     for (const Frame& f : frames) body += frame(major, f, syncsafeFrames < 0 ? major == 4 : syncsafeFrames != 0);
     body += std::string(padding, '\0');
-    return std::string("ID3") + static_cast<char>(major) + '\0' + static_cast<char>(flags) + syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
+    return std::string("ID3") + static_cast<char>(major) + '\0' + static_cast<char>(flags) +
+           syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
 }
 
 struct ApeItem {
@@ -65,7 +66,10 @@ struct ApeItem {
     uint32_t flags = 0;
 };
 constexpr uint32_t kApeHasHeader = 0x80000000u, kApeIsHeader = 0x20000000u;
-inline std::string apeItem(const ApeItem& i) { return le32(static_cast<uint32_t>(i.value.size())) + le32(i.flags) + i.key + '\0' + i.value; }
+inline std::string apeItem(const ApeItem& i)
+{
+    return le32(static_cast<uint32_t>(i.value.size())) + le32(i.flags) + i.key + '\0' + i.value;
+}
 inline std::string apeBlock(uint32_t version, uint32_t size, uint32_t count, uint32_t flags)
 {
     return "APETAGEX" + le32(version) + le32(size) + le32(count) + le32(flags) + std::string(8, '\0');
@@ -79,7 +83,6 @@ inline std::string ape(uint32_t version, const std::vector<ApeItem>& items, bool
     const uint32_t flags = withHeader ? kApeHasHeader : 0;
     return (withHeader ? apeBlock(version, size, count, flags | kApeIsHeader) : "") + body + apeBlock(version, size, count, flags);
 }
-
 
 struct Sample {
     std::string name, bytes;
@@ -98,17 +101,34 @@ inline const std::vector<Sample>& samples()
         const std::string png = readFile(dataFile("tagged/cover.png")), audio = readFile(dataFile("sine-1s.mp3"));
         using namespace std::string_literals;
         const std::string extended = syncsafe(6, 4) + "\x01\x00"s;
-        out.push_back({"built-v24ext-ape2-v1",
-                       id3v2(4,
-                             {{"TIT2", textBody("Built title", 3)}, {"COMM", "\0eng"s + "desc\0a comment"s},
-                              {"TXXX", "\x01\xFF\xFE" "D\0e\0s\0c\0\0\0" "V\0a\0l\0"s},
-                              {"APIC", syncsafe(static_cast<uint32_t>(png.size()), 4) + "\0image/png\0\x03" "cover\0"s + png, 0x0001}},
-                             64, 0x40, -1, extended) +
-                           audio + ape(2000, {{"Title", "Ape title"}, {"Cover Art (Front)", "cover.png\0"s + png, 2}, {"Related", "http://x/", 4}}, true) +
-                           id3v1("V1 title", "V1 artist", "V1 album", "2001", "v1 comment", 9, 17)});
-        out.push_back({"built-v22-ape1last", id3v2(2, {{"TT2", textBody("Two two")}, {"COM", "\0engd\0comment"s}, {"PIC", "\0PNG\x03" "desc\0"s + png}}, 32) +
+        out.push_back(
+            {"built-v24ext-ape2-v1",
+             id3v2(4,
+                   {{"TIT2", textBody("Built title", 3)},
+                    {"COMM", "\0eng"s + "desc\0a comment"s},
+                    {"TXXX", "\x01\xFF\xFE"
+                             "D\0e\0s\0c\0\0\0"
+                             "V\0a\0l\0"s},
+                    {"APIC",
+                     syncsafe(static_cast<uint32_t>(png.size()), 4) +
+                         "\0image/png\0\x03"
+                         "cover\0"s +
+                         png,
+                     0x0001}},
+                   64, 0x40, -1, extended) +
+                 audio +
+                 ape(2000, {{"Title", "Ape title"}, {"Cover Art (Front)", "cover.png\0"s + png, 2}, {"Related", "http://x/", 4}}, true) +
+                 id3v1("V1 title", "V1 artist", "V1 album", "2001", "v1 comment", 9, 17)});
+        out.push_back({"built-v22-ape1last", id3v2(2,
+                                                   {{"TT2", textBody("Two two")},
+                                                    {"COM", "\0engd\0comment"s},
+                                                    {"PIC", "\0PNG\x03"
+                                                            "desc\0"s +
+                                                                png}},
+                                                   32) +
                                                  audio + ape(1000, {{"Title", "Ape one"}, {"Track", "3"}}, false)});
-        out.push_back({"built-ape2first-v1", ape(2000, {{"Title", "First"}, {"Comment", "a\0b"s}}, true) + audio + id3v1("V1 only", "", "", "1990", "", 1, 1)});
+        out.push_back({"built-ape2first-v1",
+                       ape(2000, {{"Title", "First"}, {"Comment", "a\0b"s}}, true) + audio + id3v1("V1 only", "", "", "1990", "", 1, 1)});
         return out;
     }();
     return all;

@@ -21,11 +21,11 @@
 namespace testsupport {
 
 struct TagCost {
-    size_t largest = 0;     // bytes of the largest block asked for
+    size_t largest = 0; // bytes of the largest block asked for
     long long leftBlocks = 0;
     double seconds = 0;
-    bool threw = false;     // an Exception ended the reading, as it may for a damaged file
-    bool id3v1 = false;     // an ID3v1 tag was read
+    bool threw = false; // an Exception ended the reading, as it may for a damaged file
+    bool id3v1 = false; // an ID3v1 tag was read
     // No block larger than the file's bytes held as text (four bytes a character) but for a fixed slack
     // (the path, a report line's builder): a block may not follow a size that the file cannot back.
     bool withinFile(size_t fileSize) const { return largest <= sizeof(wchar_t) * fileSize + 4096; }
@@ -51,7 +51,8 @@ public:
 
     TagCost read(const std::string& bytes)
     {
-        if (::ftruncate(memory_, 0) != 0 || ::pwrite(memory_, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) std::abort();
+        if (::ftruncate(memory_, 0) != 0 || ::pwrite(memory_, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+            std::abort();
         TagCost cost;
         devNull_.flush(); // the report's buffer never grows for one file's report
         const size_t blocks = ZELd::ZELDebugMemory().ownBlocks;

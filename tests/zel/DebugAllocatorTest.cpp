@@ -72,7 +72,8 @@ TEST(DebugAllocator, CountsStayExactAcrossThreadsAndCapturedTracesStayOffTheRepo
 TEST(DebugAllocator, FailedAssertionsAreReportedAndReturn)
 {
     testsupport::ReportCapture report;
-    const std::wstring expected = L"Assertion failed [1 + 1 == 3] at tests/zel/DebugAllocatorTest(" + std::to_wstring(__LINE__ + 1) + L")\n";
+    const std::wstring expected =
+        L"Assertion failed [1 + 1 == 3] at tests/zel/DebugAllocatorTest(" + std::to_wstring(__LINE__ + 1) + L")\n";
     ZEL_ASSERT(1 + 1 == 3);
     ZEL_ASSERT(!expected.empty()); // holds: says nothing
     ZEL_TRACE(L"Item size[%d] flags[%x] %ls\n", 12, 255, L"été");

@@ -63,8 +63,10 @@ TEST_P(SQLLayer, QueriesOfOneTextKeepTheirOwnRowsInsideATransaction)
     const std::pair<std::function<void()>, std::wstring> misuses[] = {
         {[&] { insert.params().byName(L"DIR_ID")->setValue(1); }, L"No parameter [DIR_ID] in" + in},
         {[&] { insert.params()[3].setValue(1); }, L"No parameter 3 in" + in + L": it has 3"},
-        {[&] { insert.params()[1].setValue(String(L"x"), SQL::Bytes); }, L"Parameter [PATH] of" + in + L": text cannot be bound as data type 14"},
-        {[&] { insert.params()[1].setValue(ByteString("x", 1), SQL::Text); }, L"Parameter [PATH] of" + in + L": bytes cannot be bound as data type 13"},
+        {[&] { insert.params()[1].setValue(String(L"x"), SQL::Bytes); },
+         L"Parameter [PATH] of" + in + L": text cannot be bound as data type 14"},
+        {[&] { insert.params()[1].setValue(ByteString("x", 1), SQL::Text); },
+         L"Parameter [PATH] of" + in + L": bytes cannot be bound as data type 13"},
         {[&] { insert.params()[2].setValue(DateTime(), 0); }, L"Parameter [TS] of" + in + L": a time cannot be bound with flags 0"},
     };
     for (const auto& [misuse, message] : misuses) EXPECT_EQ(failure(misuse), message);
@@ -97,7 +99,7 @@ TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
 {
     std::wstring report;
     for (size_t units = 0; report.size() < 70000; units += 6) { // UTF-16 units: 🎵 takes two, the blank and 日本語 four
-        const size_t fill = 8190 - units % 8191;                  // 🎵 starts on the last unit of a piece of 8191 units
+        const size_t fill = 8190 - units % 8191;                // 🎵 starts on the last unit of a piece of 8191 units
         report.append(fill, L'a').append(L"\U0001F3B5 日本語");
         units += fill;
     }
@@ -106,10 +108,18 @@ TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
     c.startTrans();
     SQLQuery q(&c);
     q.execute(L"INSERT INTO STOR_DIR (DIR_ID, PATH, CREA_TS, MODI_TS) VALUES (1, '/d/', CURRENT_TIMESTAMP, CURRENT_TIMESTAMP)");
-    q.prepare(L"INSERT INTO STOR_FILE (FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, FILE_ER, "
-              L"MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, MEDI_NF, READ_CO, CREA_TS, MODI_TS) VALUES (:ID, '', :INT, 0, 0, 1, '', :SIZE, :TS, :TS, :TS, '', "
-              L"'', :WIDTH, 0, 0, :REPORT, 0, :TS, :TS)");
-    const struct { long long id; int signed32; unsigned long long size; unsigned int width; std::wstring report; } rows[] = {
+    q.prepare(
+        L"INSERT INTO STOR_FILE (FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, FILE_ER, "
+        L"MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, MEDI_NF, READ_CO, CREA_TS, MODI_TS) VALUES (:ID, '', :INT, 0, 0, 1, '', :SIZE, :TS, :TS, "
+        L":TS, '', "
+        L"'', :WIDTH, 0, 0, :REPORT, 0, :TS, :TS)");
+    const struct {
+        long long id;
+        int signed32;
+        unsigned long long size;
+        unsigned int width;
+        std::wstring report;
+    } rows[] = {
         {INT64_MAX, INT32_MIN, INT64_MAX, UINT32_MAX, report},
         {1, INT32_MAX, 0, 0x80000000u, L""},
     };
@@ -128,12 +138,14 @@ TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
         std::vector<std::wstring>& row = got.emplace_back();
         for (size_t i = 0; i < 5; ++i) row.push_back(q.fields()[i].asString().str());
     }
-    const std::vector<std::vector<std::wstring>> expected = {{L"1", L"2147483647", L"0", L"2147483648", L""},
-                                                             {L"9223372036854775807", L"-2147483648", L"9223372036854775807", L"4294967295", report}};
+    const std::vector<std::vector<std::wstring>> expected = {
+        {L"1", L"2147483647", L"0", L"2147483648", L""},
+        {L"9223372036854775807", L"-2147483648", L"9223372036854775807", L"4294967295", report}};
     ASSERT_EQ(got.size(), expected.size());
     for (size_t r = 0; r < got.size(); ++r)
         for (size_t i = 0; i < 5; ++i)
-            EXPECT_TRUE(got[r][i] == expected[r][i]) << "row " << r << ", column " << i << ": " << got[r][i].size() << " characters: " << toUtf8(got[r][i].substr(0, 40));
+            EXPECT_TRUE(got[r][i] == expected[r][i])
+                << "row " << r << ", column " << i << ": " << got[r][i].size() << " characters: " << toUtf8(got[r][i].substr(0, 40));
     c.rollbackTrans();
 }
 
@@ -157,8 +169,12 @@ TEST_P(SQLLayer, EachValueOfAStatementRunAgainKeepsExactlyItsBytes)
     std::string large;
     for (int i = 0; i < 65536; ++i) large += static_cast<char>(i * 7 % 256);
     const std::pair<std::string, std::wstring> values[] = {
-        {"\0app/x\0some long payload"s, L"a longer text, then shorter ones"}, {"\0\0\0\x63"s, L"Caf\u00E9"}, {"", L""},
-        {large, std::wstring(30000, L'\u65E5')}, {"ID-123", L"x"}, {"\x01", L"\U0001F3B5"},
+        {"\0app/x\0some long payload"s, L"a longer text, then shorter ones"},
+        {"\0\0\0\x63"s, L"Caf\u00E9"},
+        {"", L""},
+        {large, std::wstring(30000, L'\u65E5')},
+        {"ID-123", L"x"},
+        {"\x01", L"\U0001F3B5"},
     };
     SQLConnection c(fromNativePath(catalogue.engine().driver.c_str()));
     c.open(fromNativePath(catalogue.database().c_str()));

@@ -44,9 +44,9 @@ using namespace ZELd::sqldriver;
 const char* const kProduct = ZEL_FIREBIRD_PRODUCT; // names a server that does not say it is Firebird
 constexpr unsigned short kDialect = SQL_DIALECT_V6;
 constexpr short kCharsetOctets = 1, kCharsetUtf8 = 4; // Firebird's character set ids
-constexpr short kTextBlob = 1;                         // blob sub-type of text
-constexpr size_t kSegment = 32768;                      // bytes per blob segment written or read
-constexpr size_t kMaxString = 32765;                    // the longest VARCHAR parameter
+constexpr short kTextBlob = 1;                        // blob sub-type of text
+constexpr size_t kSegment = 32768;                    // bytes per blob segment written or read
+constexpr size_t kMaxString = 32765;                  // the longest VARCHAR parameter
 constexpr char kLockTimeoutSeconds = 10;
 constexpr char kConnectTimeoutSeconds = 10;
 // The embedded engine would open the database file itself, as this process's
@@ -55,8 +55,9 @@ const char* const kProviders = "Providers = Remote";
 
 // Read committed, reading the last committed version of a row, waiting for a
 // row another transaction holds, then failing.
-const char kTransaction[] = {isc_tpb_version3, isc_tpb_write, isc_tpb_read_committed, isc_tpb_rec_version, isc_tpb_wait,
-                             isc_tpb_lock_timeout, 1, kLockTimeoutSeconds};
+const char kTransaction[] = {
+    isc_tpb_version3,   isc_tpb_write, isc_tpb_read_committed, isc_tpb_rec_version, isc_tpb_wait, isc_tpb_lock_timeout, 1,
+    kLockTimeoutSeconds};
 
 // The database's own words for a failed call: its lines joined by "; ".
 std::string words(const ISC_STATUS* status)
@@ -145,7 +146,8 @@ ISC_TIMESTAMP stampOf(const Timestamp& time)
     return stamp;
 }
 
-template <typename Number> Number load(const char* data)
+template <typename Number>
+Number load(const char* data)
 {
     Number n;
     std::memcpy(&n, data, sizeof n);
@@ -183,7 +185,8 @@ std::string textOf(const Value& v)
 }
 
 // The shortest text that reads back as the same number.
-template <typename Real> std::string realText(Real r)
+template <typename Real>
+std::string realText(Real r)
 {
     char text[32];
     return std::string(text, std::to_chars(text, text + sizeof text, r).ptr);
@@ -325,7 +328,8 @@ public:
     bool start(isc_tr_handle& transaction, DriverError& error)
     {
         ISC_STATUS_ARRAY status;
-        return isc_start_transaction(status, &transaction, 1, &database_, static_cast<unsigned short>(sizeof kTransaction), kTransaction) == 0 ||
+        return isc_start_transaction(status, &transaction, 1, &database_, static_cast<unsigned short>(sizeof kTransaction), kTransaction) ==
+                   0 ||
                failed(status, error);
     }
 
@@ -414,7 +418,8 @@ std::string FbConnection::serverInfo()
     const char items[] = {isc_info_firebird_version, isc_info_version, isc_info_end};
     char answer[512];
     ISC_STATUS_ARRAY status;
-    if (!database_ || isc_database_info(status, &database_, sizeof items, items, sizeof answer, answer)) return std::string(kProduct) + " ?";
+    if (!database_ || isc_database_info(status, &database_, sizeof items, items, sizeof answer, answer))
+        return std::string(kProduct) + " ?";
     std::string firebird, other;
     for (const char* p = answer; p < answer + sizeof answer - 3 && *p != isc_info_end;) {
         const char item = *p;
@@ -525,8 +530,9 @@ bool FbStatement::execute(DriverError& error)
     ISC_STATUS_ARRAY status;
     bool ok = setParameters(transaction, error);
     if (ok && query) ok = isc_dsql_execute(status, transaction, &handle_, kDialect, input) == 0 || owner_.failed(status, error);
-    else if (ok) ok = isc_dsql_execute2(status, transaction, &handle_, kDialect, input, returnsRows() ? output_.get() : nullptr) == 0 ||
-                      owner_.failed(status, error);
+    else if (ok)
+        ok = isc_dsql_execute2(status, transaction, &handle_, kDialect, input, returnsRows() ? output_.get() : nullptr) == 0 ||
+             owner_.failed(status, error);
     cursorOpen_ = ok && query;
     // The one row of a statement that is no query is read while its transaction lasts.
     if (ok && !query && returnsRows()) ok = haveRow_ = readRow(row_, error);

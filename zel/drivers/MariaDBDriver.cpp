@@ -15,8 +15,8 @@
 // execution; see MariaDBStatement::queue. Rows of a query are read whole into
 // the client when it is executed, so that several statements can have rows
 // open at once.
-#include <mysql.h>
 #include <errmsg.h>
+#include <mysql.h>
 #include <mysqld_error.h>
 #include <sys/stat.h>
 
@@ -36,7 +36,8 @@ const char* const kSocketSuffix = ".sock";
 const char* const kSocketInDirectory = "/mysqld.sock";
 // Autocommit off; strict mode, so that a value a column cannot hold fails
 // instead of being clipped, whatever the server's own default.
-const char* const kSessionSetUp = "SET SESSION autocommit = 0, SESSION sql_mode = CONCAT_WS(',', NULLIF(@@SESSION.sql_mode, ''), 'STRICT_ALL_TABLES')";
+const char* const kSessionSetUp =
+    "SET SESSION autocommit = 0, SESSION sql_mode = CONCAT_WS(',', NULLIF(@@SESSION.sql_mode, ''), 'STRICT_ALL_TABLES')";
 constexpr unsigned kBinaryCharacterSet = 63; // the character set number of binary data
 constexpr unsigned long kFirstColumnBuffer = 64;
 // A bulk execution is sent once it holds this many rows or bytes, well below
@@ -53,7 +54,8 @@ bool linkLost(unsigned code)
 
 bool isIntegerType(enum_field_types type)
 {
-    return type == MYSQL_TYPE_TINY || type == MYSQL_TYPE_SHORT || type == MYSQL_TYPE_INT24 || type == MYSQL_TYPE_LONG || type == MYSQL_TYPE_LONGLONG;
+    return type == MYSQL_TYPE_TINY || type == MYSQL_TYPE_SHORT || type == MYSQL_TYPE_INT24 || type == MYSQL_TYPE_LONG ||
+           type == MYSQL_TYPE_LONGLONG;
 }
 
 // Binary data: a string type in the binary character set (numbers and times
@@ -81,7 +83,7 @@ struct Endpoint {
 
 bool isDirectory(const std::string& path)
 {
-    struct stat status{};
+    struct stat status {};
     return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
@@ -181,10 +183,9 @@ struct Column {
 class MariaDBStatement : public Statement {
 public:
     MariaDBStatement(MariaDBConnection& owner, MYSQL_STMT* stmt)
-        : owner_(owner), stmt_(stmt), parameters_(mysql_stmt_param_count(stmt)), binds_(parameters_.size()), returnsRows_(mysql_stmt_field_count(stmt) > 0),
-          queuedKinds_(parameters_.size(), Value::Null)
-    {
-    }
+        : owner_(owner), stmt_(stmt), parameters_(mysql_stmt_param_count(stmt)), binds_(parameters_.size()),
+          returnsRows_(mysql_stmt_field_count(stmt) > 0), queuedKinds_(parameters_.size(), Value::Null)
+    {}
     ~MariaDBStatement() override;
 
     bool returnsRows() const override { return returnsRows_; }
@@ -218,7 +219,7 @@ private:
     ParameterRow parameters_;
     std::vector<MYSQL_BIND> binds_;
     const bool returnsRows_;
-    std::vector<ParameterRow> queued_; // runs not yet sent, in order
+    std::vector<ParameterRow> queued_;     // runs not yet sent, in order
     std::vector<Value::Kind> queuedKinds_; // of each parameter: what its queued values that are not null hold
     size_t queuedBytes_ = 0;
     std::vector<ParameterRow> single_; // the one run of an execute() that is not queued
@@ -326,6 +327,7 @@ public:
         if (linkLost(code)) linked_ = false;
         return false;
     }
+
 private:
     static bool notConnected(DriverError& error)
     {
@@ -350,8 +352,8 @@ private:
     bool linked_ = false;
     bool inTransaction_ = false;
     bool statementFailed_ = false;
-    bool bulk_ = false;                    // the server takes many runs of a statement at once
-    MariaDBStatement* queued_ = nullptr; // the statement whose runs wait to be sent
+    bool bulk_ = false;                   // the server takes many runs of a statement at once
+    MariaDBStatement* queued_ = nullptr;  // the statement whose runs wait to be sent
     MariaDBStatement* lastRun_ = nullptr; // the statement executed last in the transaction
 };
 
@@ -425,7 +427,8 @@ Statement* MariaDBConnection::prepare(const std::string& sql, size_t parameters,
         return nullptr;
     }
     if (mysql_stmt_param_count(stmt) != parameters) {
-        error.message = "the server counts " + std::to_string(mysql_stmt_param_count(stmt)) + " parameters, the program " + std::to_string(parameters);
+        error.message =
+            "the server counts " + std::to_string(mysql_stmt_param_count(stmt)) + " parameters, the program " + std::to_string(parameters);
         mysql_stmt_close(stmt);
         return nullptr;
     }
@@ -530,7 +533,8 @@ bool MariaDBStatement::send(std::vector<ParameterRow>& rows, DriverError& error)
     unsigned count = rows.size() == 1 ? 0 : static_cast<unsigned>(rows.size());
     sending_ = &rows;
     const void* callback = count ? reinterpret_cast<const void*>(&pointAtRow) : nullptr;
-    const bool sent = mysql_stmt_attr_set(stmt_, STMT_ATTR_ARRAY_SIZE, &count) == 0 && mysql_stmt_attr_set(stmt_, STMT_ATTR_CB_USER_DATA, this) == 0 &&
+    const bool sent = mysql_stmt_attr_set(stmt_, STMT_ATTR_ARRAY_SIZE, &count) == 0 &&
+                      mysql_stmt_attr_set(stmt_, STMT_ATTR_CB_USER_DATA, this) == 0 &&
                       mysql_stmt_attr_set(stmt_, STMT_ATTR_CB_PARAM, callback) == 0 &&
                       (binds_.empty() || mysql_stmt_bind_param(stmt_, binds_.data()) == 0) && mysql_stmt_execute(stmt_) == 0;
     sending_ = nullptr;
@@ -580,7 +584,9 @@ bool MariaDBStatement::describeColumns(DriverError& error)
         Column& column = columns_[c];
         MYSQL_BIND& b = results_[c];
         const bool integer = isIntegerType(fields[c].type);
-        column.kind = integer ? (fields[c].flags & UNSIGNED_FLAG ? Value::UInt : Value::Int) : isBinary(fields[c]) ? Value::Bytes : Value::Text;
+        column.kind = integer               ? (fields[c].flags & UNSIGNED_FLAG ? Value::UInt : Value::Int)
+                      : isBinary(fields[c]) ? Value::Bytes
+                                            : Value::Text;
         if (column.buffer.size() < kFirstColumnBuffer) column.buffer.resize(kFirstColumnBuffer);
         b.buffer_type = integer ? MYSQL_TYPE_LONGLONG : MYSQL_TYPE_STRING;
         b.buffer = integer ? static_cast<void*>(&column.number) : column.buffer.data();

@@ -100,8 +100,7 @@ std::string narrow(const SQLWCHAR* text, size_t units)
         char32_t c = text[i];
         if (c >= 0xD800 && c <= 0xDBFF && i + 1 < units && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF)
             c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
-        else if (c >= 0xD800 && c <= 0xDFFF)
-            c = 0xFFFD;
+        else if (c >= 0xD800 && c <= 0xDFFF) c = 0xFFFD;
         appendUtf8(out, c);
     }
     return out;
@@ -189,8 +188,9 @@ void Parameter::set(const Value& v)
     case Value::UInt: setNumber(v); break;
     case Value::Text:
         toWide(v.bytes, text);
-        binding = {SQL_C_WCHAR, SQL_WVARCHAR, 0, std::max<SQLULEN>(text.capacity() - 1, 1), text.data(),
-                   static_cast<SQLLEN>(text.capacity() * sizeof(SQLWCHAR))};
+        binding = {SQL_C_WCHAR, SQL_WVARCHAR,
+                   0,           std::max<SQLULEN>(text.capacity() - 1, 1),
+                   text.data(), static_cast<SQLLEN>(text.capacity() * sizeof(SQLWCHAR))};
         indicator = static_cast<SQLLEN>((text.size() - 1) * sizeof(SQLWCHAR));
         break;
     case Value::Bytes:
@@ -199,8 +199,12 @@ void Parameter::set(const Value& v)
         indicator = static_cast<SQLLEN>(bytes.size());
         break;
     case Value::Time:
-        time = {SQLSMALLINT(v.time.year),   SQLUSMALLINT(v.time.month),  SQLUSMALLINT(v.time.day),
-                SQLUSMALLINT(v.time.hour),  SQLUSMALLINT(v.time.minute), SQLUSMALLINT(v.time.second),
+        time = {SQLSMALLINT(v.time.year),
+                SQLUSMALLINT(v.time.month),
+                SQLUSMALLINT(v.time.day),
+                SQLUSMALLINT(v.time.hour),
+                SQLUSMALLINT(v.time.minute),
+                SQLUSMALLINT(v.time.second),
                 SQLUINTEGER(v.time.millisecond) * 1000000u}; // the fraction is in nanoseconds
         binding = {SQL_C_TYPE_TIMESTAMP, SQL_TYPE_TIMESTAMP, 3, 23, &time, sizeof time};
         indicator = sizeof time;
@@ -270,7 +274,8 @@ class OdbcConnection;
 class OdbcStatement : public Statement {
 public:
     OdbcStatement(OdbcConnection& owner, SQLHSTMT stmt, size_t parameters, bool returnsRows)
-        : owner_(owner), stmt_(stmt), parameters_(parameters), returnsRows_(returnsRows) {}
+        : owner_(owner), stmt_(stmt), parameters_(parameters), returnsRows_(returnsRows)
+    {}
     ~OdbcStatement() override { SQLFreeHandle(SQL_HANDLE_STMT, stmt_); }
 
     bool returnsRows() const override { return returnsRows_; }
@@ -479,10 +484,7 @@ bool OdbcStatement::bind(size_t index, const Value& v, DriverError& error)
     return true;
 }
 
-bool OdbcStatement::fail(DriverError& error)
-{
-    return owner_.statementFailed(stmt_, error);
-}
+bool OdbcStatement::fail(DriverError& error) { return owner_.statementFailed(stmt_, error); }
 
 void OdbcStatement::closeCursor()
 {
@@ -563,7 +565,8 @@ bool OdbcStatement::readPieces(SQLUSMALLINT column, bool binary, Value& v, Drive
         if (rc == SQL_NO_DATA) break;
         if (!SQL_SUCCEEDED(rc)) return fail(error);
         if (indicator == SQL_NULL_DATA) return true;
-        const size_t got = indicator == SQL_NO_TOTAL || static_cast<size_t>(indicator) / unit > room ? room : static_cast<size_t>(indicator) / unit;
+        const size_t got =
+            indicator == SQL_NO_TOTAL || static_cast<size_t>(indicator) / unit > room ? room : static_cast<size_t>(indicator) / unit;
         if (binary) bytes.append(reinterpret_cast<const char*>(piece_.data()), got);
         else text.insert(text.end(), piece_.begin(), piece_.begin() + static_cast<std::ptrdiff_t>(got));
         if (rc == SQL_SUCCESS || got < room) break;

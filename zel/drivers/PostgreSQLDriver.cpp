@@ -53,7 +53,8 @@ class PgConnection;
 class PgStatement : public Statement {
 public:
     PgStatement(PgConnection& owner, PreparedText text, size_t parameters)
-        : owner_(owner), text_(std::move(text)), values_(parameters), set_(parameters, false), binary_(parameters, 0) {}
+        : owner_(owner), text_(std::move(text)), values_(parameters), set_(parameters, false), binary_(parameters, 0)
+    {}
     ~PgStatement() override { PQclear(result_); }
 
     bool returnsRows() const override { return text_.returnsRows; }
@@ -147,7 +148,8 @@ public:
         auto it = prepared_.find(sql);
         if (it == prepared_.end()) {
             PreparedText text{"zel_" + std::to_string(++named_)};
-            if (!(pipeline_ ? prepareInPipeline(sql, parameters, text, error) : prepareAtOnce(sql, parameters, text, error))) return nullptr;
+            if (!(pipeline_ ? prepareInPipeline(sql, parameters, text, error) : prepareAtOnce(sql, parameters, text, error)))
+                return nullptr;
             it = prepared_.emplace(sql, std::move(text)).first;
         }
         return new PgStatement(*this, it->second, parameters);
@@ -244,7 +246,8 @@ private:
             while (PGresult* r = PQgetResult(conn_)) {
                 ExecStatusType status = PQresultStatus(r);
                 if (status == PGRES_FATAL_ERROR && failure_.message.empty()) failure_ = failureOf(r);
-                if (status == PGRES_PIPELINE_ABORTED && failure_.message.empty()) failure_.message = "statement not run: an earlier one failed";
+                if (status == PGRES_PIPELINE_ABORTED && failure_.message.empty())
+                    failure_.message = "statement not run: an earlier one failed";
                 if (queued_ == 1) {
                     PQclear(last);
                     last = r;

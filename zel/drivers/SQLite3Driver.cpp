@@ -114,7 +114,8 @@ private:
             break;
         default:
             v.kind = Value::Text;
-            v.bytes.assign(reinterpret_cast<const char*>(sqlite3_column_text(stmt_, c)), static_cast<size_t>(sqlite3_column_bytes(stmt_, c)));
+            v.bytes.assign(reinterpret_cast<const char*>(sqlite3_column_text(stmt_, c)),
+                           static_cast<size_t>(sqlite3_column_bytes(stmt_, c)));
             break;
         }
         return v;
@@ -234,7 +235,8 @@ private:
     {
         cipherVersion_ = firstValue("PRAGMA cipher_version");
         if (cipherVersion_.empty()) {
-            error.message = std::string("the SQLite library in use cannot encrypt (SQLite ") + sqlite3_libversion() + " stands in for libsqlcipher)";
+            error.message =
+                std::string("the SQLite library in use cannot encrypt (SQLite ") + sqlite3_libversion() + " stands in for libsqlcipher)";
             return false;
         }
         if (sqlite3_key(db_, key.data(), static_cast<int>(key.size())) == SQLITE_OK) return true;
@@ -247,7 +249,8 @@ private:
     {
         std::string value;
         sqlite3_stmt* stmt = nullptr;
-        if (sqlite3_prepare_v2(db_, sql, -1, &stmt, nullptr) == SQLITE_OK && stmt && sqlite3_step(stmt) == SQLITE_ROW && sqlite3_column_text(stmt, 0))
+        if (sqlite3_prepare_v2(db_, sql, -1, &stmt, nullptr) == SQLITE_OK && stmt && sqlite3_step(stmt) == SQLITE_ROW &&
+            sqlite3_column_text(stmt, 0))
             value = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
         sqlite3_finalize(stmt);
         return value;
