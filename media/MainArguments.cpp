@@ -31,6 +31,7 @@ const Arguments::Option __options__[] = {
      L"\n\t\t\t    DRIVER=ZELSQLite3;   DATABASE=music.sqlite3"
      L"\n\t\t\t    DRIVER={ODBC Driver 18 for SQL Server};Server=localhost,1433;Database=music;UID=sa;PWD=Secret1!"},
     {L"dry-run", 'n', nullptr, nullptr, L"perform a trial run with no changes made"},
+    {L"update", 'u', nullptr, nullptr, L"update the catalogue: read only new and changed files, remove those that are gone"},
     {nullptr, 0, nullptr, nullptr, nullptr},
 };
 
@@ -47,6 +48,7 @@ void MainArguments::onOption(int id, const String& value)
     case 'd': _database = value; break;
     case 'n': _dryrun = true; break;
     case 's': _summary = true; break;
+    case 'u': update_ = true; break;
     case 'v': _verbose = true; break;
     case kProbeTimeout: probeTimeoutText_ = value; break;
     case kCharset: charset_ = value; break;
@@ -54,10 +56,13 @@ void MainArguments::onOption(int id, const String& value)
     }
 }
 
-// A probe timeout is a number of seconds. A character set is known when
-// iconv opens it: the run's one descriptor, opened here.
+// An update needs a catalogue. A probe timeout is a number of seconds. A
+// character set is known when iconv opens it: the run's one descriptor,
+// opened here.
 bool MainArguments::onValidate()
 {
+    if (update_ && _summary) return refuse(L"--update cannot go with --summary: the census stores nothing");
+    if (update_ && _database.isEmpty()) return refuse(L"--update needs --database: it updates a catalogue");
     if (probeTimeoutText_) {
         const std::wstring& text = probeTimeoutText_->str();
         const bool digits = !text.empty() && text.size() <= 5 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
@@ -86,6 +91,7 @@ String MainArguments::toString() const
     b.append(L" --summary=").append(String::valueOf(_summary));
     b.append(L" --database=").append(_database);
     b.append(L" --dry-run=").append(String::valueOf(_dryrun));
+    if (update_) b.append(L" --update=true");
     if (probeTimeoutText_) b.append(L" --probe-timeout=").append(*probeTimeoutText_);
     if (charset_) b.append(L" --charset=").append(*charset_);
     b.append(L" values[").append(values().toString()).append(L"]");

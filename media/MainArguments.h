@@ -18,13 +18,15 @@ public:
     MainArguments(Writer& output, Writer& errout);
 
     // "sonarcat --verbose=... --summary=... --database=... --dry-run=... values[...]",
-    // with " --probe-timeout=..." and " --charset=..." before " values[" when they were given.
+    // with " --update=true", " --probe-timeout=..." and " --charset=..." before " values[" when they were given.
     String toString() const override;
 
     bool verbose() const { return _verbose; }
     bool summary() const { return _summary; }
     const String& database() const { return _database; }
     bool dryrun() const { return _dryrun; }
+    // --update: only new and changed files are read, those that are gone are removed.
+    bool update() const { return update_; }
     // Seconds a file's MediaInfo probe may take; 0: no limit.
     unsigned probeTimeout() const { return probeTimeout_; }
     // --charset's decoder, opened when the command line was accepted; nullptr without the option.
@@ -39,6 +41,7 @@ private:
     bool _summary = false;
     bool _verbose = false;
     String _database;
+    bool update_ = false;
     unsigned probeTimeout_ = 10;
     std::optional<String> probeTimeoutText_; // as the command line gave it
     std::optional<String> charset_;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 
 #include "media/MainArguments.h"
 #include "media/MediaFacts.h"
@@ -41,18 +42,65 @@ TagReader::TagReader(const MainArguments& arguments)
         arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
 }
 
+namespace {
+// Makes an update the reader's for as long as it lives.
+class Updating {
+public:
+    Updating(CatalogueUpdate*& slot, CatalogueUpdate* update) : slot_(slot) { slot_ = update; }
+    ~Updating() { slot_ = nullptr; }
+    Updating(const Updating&) = delete;
+    Updating& operator=(const Updating&) = delete;
+
+private:
+    CatalogueUpdate*& slot_;
+};
+} // namespace
+
 void TagReader::readDir(const String& path)
 {
-    WalkAhead walk(path);
+    std::optional<CatalogueUpdate> update;
+    if (args().update()) update.emplace(store, path.endsWith(L"/") ? path : path + L"/", String());
+    const Updating updating(update_, update ? &*update : nullptr);
+    WalkAhead walk(path,
+                   update ? WalkAhead::Wanted([&](const String& dir, const String& name) { return update->wanted(dir, name); }) : nullptr);
+    Exception* stop = walkFiles(walk);
+    if (update) endUpdate(*update, walk.finished(), walk.passed());
+    if (stop) throw stop;
+}
+
+Exception* TagReader::walkFiles(WalkAhead& walk)
+{
     const ProbeAhead::Upcoming upcoming = [&walk](size_t ahead, String& next) { return walk.upcoming(ahead, next); };
-    while (walk.next()) {
+    for (;;) {
+        try {
+            if (!walk.next()) return nullptr;
+        } catch (Exception* e) {
+            return e;
+        }
         probes_.turn(walk.dir() + walk.name(), upcoming);
         read(walk.dir(), walk.name());
     }
 }
 
+void TagReader::readFile(const String& dir, const String& name)
+{
+    if (!args().update()) return read(dir, name);
+    CatalogueUpdate update(store, dir, name);
+    const Updating updating(update_, &update);
+    const bool wanted = update.wanted(dir, name);
+    if (wanted) read(dir, name);
+    endUpdate(update, {}, wanted ? 0 : 1);
+}
+
+void TagReader::endUpdate(CatalogueUpdate& update, const std::vector<String>& finished, size_t passed)
+{
+    update.finish(finished, passed, args().dryrun());
+    args().output() << update.summary() << endl;
+}
+
 void TagReader::read(const String& dir, const String& name)
 {
+    const std::vector<RecordId> replaced = update_ ? update_->reading(dir, name) : std::vector<RecordId>();
     FileInfo info(dir, name);
     const String path = dir + name;
     info.size = Files::size(path);
@@ -72,7 +120,7 @@ void TagReader::read(const String& dir, const String& name)
         e->destroy();
     }
     print(info);
-    persist(info);
+    persist(info, replaced);
 }
 
 void TagReader::readTag(const String& path, FileInfo& info)
@@ -114,9 +162,9 @@ void TagReader::print(const FileInfo& file) const
     out << file.media.inform << endl;
 }
 
-void TagReader::persist(const FileInfo& file)
+void TagReader::persist(const FileInfo& file, const std::vector<RecordId>& replaced)
 {
-    if (!args().dryrun()) store.persist(file);
+    if (!args().dryrun()) store.persist(file, replaced);
 }
 
 } // namespace ZELd

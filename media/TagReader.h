@@ -2,6 +2,7 @@
 // and its rows.
 #pragma once
 
+#include "media/CatalogueUpdate.h"
 #include "media/FileInfo.h"
 #include "media/ProbeAhead.h"
 #include "media/TagStore.h"
@@ -10,7 +11,9 @@
 
 namespace ZELd {
 
+class Exception;
 class MainArguments;
+class WalkAhead;
 
 class TagReader : public Object {
 public:
@@ -26,7 +29,12 @@ public:
 
     // Walks a directory and everything below it, depth first. The media
     // probes of the files that come next run ahead, in helper processes.
+    // With --update, only new and changed files are read, and the records
+    // of files that are gone are removed (see CatalogueUpdate).
     void readDir(const String& path);
+    // Handles PATH when it is one file: read, or, with --update, read when
+    // it is new or changed.
+    void readFile(const String& dir, const String& name);
     // Handles one file: dir ends with "/" (or is empty), name is the file's name in it.
     void read(const String& dir, const String& name);
     // Reads the tags of the file at path into the record.
@@ -34,17 +42,25 @@ public:
     // Writes the record's report to the output writer.
     void print(const FileInfo& file) const;
     // Hands the record to the store, which stores it in one transaction
-    // (unless the run is dry or has no database).
-    void persist(const FileInfo& file);
+    // (unless the run is dry or has no database), in place of the records it
+    // replaces.
+    void persist(const FileInfo& file, const std::vector<RecordId>& replaced = {});
 
     const MainArguments& args() const { return arguments; }
 
 private:
+    // Reads every file the walk stops at; returns what stopped the walk
+    // itself (a directory that cannot be opened), null at its end.
+    Exception* walkFiles(WalkAhead& walk);
+    // Removes what is gone and prints the update's line.
+    void endUpdate(CatalogueUpdate& update, const std::vector<String>& finished, size_t passed);
+
     const MainArguments& arguments;
-    String fileRule;    // 80 "=": opens each file's report
-    String sectionRule; // 80 "-": opens each verbose section and each file's rows
-    TagStore store;     // the connection, the current directory (currentDir) and the last ids (dirId, fileId)
-    ProbeAhead probes_; // the media probes, made in helper processes
+    String fileRule;                    // 80 "=": opens each file's report
+    String sectionRule;                 // 80 "-": opens each verbose section and each file's rows
+    TagStore store;                     // the connection, the current directory (currentDir) and the last ids (dirId, fileId)
+    ProbeAhead probes_;                 // the media probes, made in helper processes
+    CatalogueUpdate* update_ = nullptr; // during an update's walk
 };
 
 } // namespace ZELd

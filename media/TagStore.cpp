@@ -9,6 +9,7 @@
 #include <random>
 #include <thread>
 
+#include "zel/Numbers.h"
 #include "zel/SQL.h"
 #include "zel/Writer.h"
 
@@ -85,16 +86,29 @@ bool TagStore::ready() const { return connection && connection->connected(); }
 
 String TagStore::serverInfo() const { return connection->getServerInfo(); }
 
-void TagStore::persist(const FileInfo& file)
+void TagStore::persist(const FileInfo& file, const std::vector<RecordId>& replaced)
 {
-    if (!ready()) return;
+    inTransaction([&] {
+        deleteRows(replaced);
+        writeRows(file);
+    });
+}
+
+bool TagStore::remove(const std::vector<RecordId>& records)
+{
+    return inTransaction([&] { deleteRows(records); });
+}
+
+bool TagStore::inTransaction(const std::function<void()>& work)
+{
+    if (!ready()) return false;
     for (int attempt = 1;; ++attempt) {
         Exception* failure = nullptr;
         try {
             connection->startTrans();
-            writeRows(file);
+            work();
             connection->commitTrans();
-            return;
+            return true;
         } catch (Exception* e) {
             failure = e;
         }
@@ -108,7 +122,7 @@ void TagStore::persist(const FileInfo& file)
         }
         errout_ << failure->toStringAll() << endl;
         failure->destroy();
-        return;
+        return false;
     }
 }
 
@@ -156,6 +170,64 @@ void TagStore::writeRows(const FileInfo& file)
     if (file.ape.version() != 0) {
         insertApe(file.ape);
         if (verbose_) out_ << L"    INSERT APE APE_ITEM[" << static_cast<unsigned long long>(file.ape.items().size()) << L"]" << endl;
+    }
+}
+
+namespace {
+const wchar_t* const kSelectStored =
+    L"SELECT d.PATH, f.NAME, f.FILE_ID, f.DIR_ID, f.FILE_SZ, f.FILE_MT FROM STOR_DIR d JOIN STOR_FILE f ON "
+    L"f.DIR_ID = d.DIR_ID WHERE d.PATH LIKE :PATTERN ESCAPE '!'";
+// The rows of a file, those that refer to others first.
+const wchar_t* const kDeleteFile[] = {
+    L"DELETE FROM APE_ITEM WHERE FILE_ID = :FILE_ID",    L"DELETE FROM APE WHERE FILE_ID = :FILE_ID",
+    L"DELETE FROM ID3V2_FRAME WHERE FILE_ID = :FILE_ID", L"DELETE FROM ID3V2 WHERE FILE_ID = :FILE_ID",
+    L"DELETE FROM ID3V1 WHERE FILE_ID = :FILE_ID",       L"DELETE FROM STOR_FILE WHERE FILE_ID = :FILE_ID",
+};
+const wchar_t* const kDeleteEmptyDir =
+    L"DELETE FROM STOR_DIR WHERE DIR_ID = :DIR_ID AND NOT EXISTS (SELECT * FROM STOR_FILE WHERE DIR_ID = :DIR_ID)";
+
+std::string utf8Of(const SQLField& field)
+{
+    const ByteString bytes = field.asBytes();
+    return std::string(bytes.data(), bytes.length());
+}
+} // namespace
+
+void TagStore::readStored(const String& pattern, const std::function<void(StoredFile&&)>& take)
+{
+    if (!ready()) return;
+    SQLQuery q(connection);
+    q.prepare(kSelectStored);
+    text(&q.params()[0], pattern);
+    q.execute();
+    while (q.fetch()) {
+        SQLFields& f = q.fields();
+        StoredFile stored;
+        stored.dir = utf8Of(f[0]);
+        stored.name = utf8Of(f[1]);
+        stored.id = {f[2].asInt64(), f[3].asInt32()};
+        stored.size = UInt64::parse(f[4].asString(), 10, 0);
+        DateTime modified;
+        if (f[5].asDateTime(modified)) stored.modified = modified.wallClock();
+        take(std::move(stored));
+    }
+}
+
+void TagStore::deleteRows(const std::vector<RecordId>& records)
+{
+    if (records.empty()) return;
+    SQLQuery q(connection);
+    for (const wchar_t* statement : kDeleteFile) {
+        q.prepare(statement);
+        for (const RecordId& record : records) {
+            q.params()[0].setValue(static_cast<long long>(record.fileId));
+            q.execute();
+        }
+    }
+    q.prepare(kDeleteEmptyDir);
+    for (const RecordId& record : records) {
+        q.params()[0].setValue(record.dirId);
+        q.execute();
     }
 }
 

@@ -11,6 +11,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "media/FileInfo.h"
 #include "zel/DateTime.h"
@@ -21,6 +24,20 @@ namespace ZELd {
 class Exception;
 class SQLConnection;
 class Writer;
+
+// Where a file's record lies in the catalogue.
+struct RecordId {
+    int64_t fileId = 0;
+    int32_t dirId = 0;
+};
+
+// A file's record, as an update reads it back.
+struct StoredFile {
+    RecordId id;
+    std::string dir, name;   // STOR_DIR.PATH and STOR_FILE.NAME, UTF-8
+    uint64_t size = 0;       // FILE_SZ
+    long long modified = -1; // FILE_MT as DateTime::wallClock(); -1 when it cannot be read
+};
 
 class TagStore {
 public:
@@ -48,11 +65,26 @@ public:
     // must end the walk is thrown, for the run driver to report: a rollback
     // that fails (once the failure it was for is written to errout), and a
     // failure of the output writer (no file's failure).
-    void persist(const FileInfo& file);
+    // With the records of an earlier state of the file, which the same
+    // transaction deletes (an update of the catalogue).
+    void persist(const FileInfo& file, const std::vector<RecordId>& replaced = {});
+    // The records of the files in the directories whose stored path is like
+    // `pattern` (SQL LIKE, "!" its escape character), each handed to `take`;
+    // a few queries whatever their number.
+    void readStored(const String& pattern, const std::function<void(StoredFile&&)>& take);
+    // Deletes the records and, with the last file of a directory row, that
+    // row, in one transaction; its failure is the store's, as for persist.
+    // True when they are gone.
+    bool remove(const std::vector<RecordId>& records);
 
 private:
+    // Runs work in one transaction, under the rule for failures of persist;
+    // true when it was committed.
+    bool inTransaction(const std::function<void()>& work);
     // The file's rows and their trace lines, in the open transaction.
     void writeRows(const FileInfo& file);
+    // The rows of each record, and the directory rows left without a file.
+    void deleteRows(const std::vector<RecordId>& records);
     // Undoes the transaction; returns what must end the walk, else null.
     Exception* rollBack(Exception* failure);
     // Reads the largest stored ids, the first time and when another run took ours.

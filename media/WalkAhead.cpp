@@ -15,7 +15,7 @@ namespace {
 constexpr size_t kMostSteps = 256;
 } // namespace
 
-WalkAhead::WalkAhead(const String& path) : root_(path) {}
+WalkAhead::WalkAhead(const String& path, Wanted wanted) : root_(path), wanted_(std::move(wanted)) {}
 
 WalkAhead::~WalkAhead()
 {
@@ -38,10 +38,12 @@ bool WalkAhead::readOn()
         while (!open_.empty()) {
             Dir& dir = *open_.back();
             if (!dir.read(entry)) {
+                step.finished.push_back(dir.path());
                 open_.pop_back();
             } else if (!entry.isDir()) {
                 step.dir = dir.path();
                 step.name = entry.name();
+                step.wanted = !wanted_ || wanted_(step.dir, step.name);
                 break;
             } else if (walksInto(entry)) {
                 open_.push_back(std::unique_ptr<Dir>(ZEL_NEW Dir(dir.path() + entry.name())));
@@ -53,7 +55,7 @@ bool WalkAhead::readOn()
     }
     ZELDebugCaptureReport(before);
     ended_ = open_.empty();
-    if (step.name.isEmpty() && !step.failure && step.traces.empty()) return false;
+    if (step.name.isEmpty() && !step.failure && step.traces.empty() && step.finished.empty()) return false;
     steps_.push_back(std::move(step));
     return true;
 }
@@ -66,8 +68,11 @@ bool WalkAhead::next()
         if (steps_.empty() && !readOn()) return false;
         Step& step = steps_.front();
         if (!step.traces.empty()) ZELDebugReport(std::exchange(step.traces, std::wstring()));
+        for (String& dir : step.finished) finished_.push_back(std::move(dir));
+        step.finished.clear();
         if (Exception* failure = std::exchange(step.failure, nullptr)) throw failure;
-        if (!step.name.isEmpty()) return inHand_ = true;
+        if (step.wanted && !step.name.isEmpty()) return inHand_ = true;
+        if (!step.name.isEmpty()) ++passed_;
         steps_.pop_front();
     }
 }
@@ -78,7 +83,7 @@ bool WalkAhead::upcoming(size_t ahead, String& path)
         if (i == steps_.size() && (steps_.size() >= kMostSteps || !readOn())) return false;
         const Step& step = steps_[i];
         if (step.failure) return false;
-        if (step.name.isEmpty()) continue;
+        if (step.name.isEmpty() || !step.wanted) continue;
         if (files++ == ahead) {
             path = step.dir + step.name;
             return true;

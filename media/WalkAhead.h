@@ -11,6 +11,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,7 +26,10 @@ class Exception;
 
 class WalkAhead : public Object {
 public:
-    explicit WalkAhead(const String& path);
+    // Whether the walk stops at a file (dir ends with "/"); null: at every file.
+    using Wanted = std::function<bool(const String& dir, const String& name)>;
+
+    explicit WalkAhead(const String& path, Wanted wanted = nullptr);
     ~WalkAhead() override;
     WalkAhead(const WalkAhead&) = delete;
     WalkAhead& operator=(const WalkAhead&) = delete;
@@ -39,11 +43,18 @@ public:
     // (0: the next one), reading on when it is not known yet; false past the
     // end, past a failure, or beyond the entries it may read ahead.
     bool upcoming(size_t ahead, String& path);
+    // The files the walk passed because they were not wanted, up to the one in hand.
+    size_t passed() const { return passed_; }
+    // The directories (paths ending with "/") read to their end, up to the
+    // file in hand; after the end of the walk, every one it read.
+    const std::vector<String>& finished() const { return finished_; }
 
 private:
     struct Step {
         String dir, name; // an empty name: no file, only what the walk met there
+        bool wanted = true;
         std::wstring traces;
+        std::vector<String> finished; // the directories read to their end just before
         Exception* failure = nullptr;
     };
 
@@ -51,10 +62,13 @@ private:
     bool readOn();
 
     const String root_;
+    const Wanted wanted_;
     std::vector<std::unique_ptr<Dir>> open_; // the directories being read, the innermost last
     std::deque<Step> steps_;                 // the entry in hand first, then those read ahead
     bool started_ = false, ended_ = false;
     bool inHand_ = false; // steps_.front() was given by next()
+    size_t passed_ = 0;
+    std::vector<String> finished_;
 };
 
 } // namespace ZELd

@@ -44,7 +44,7 @@ void __main(const MainArguments& args)
         // The record keeps references to both names while the file is read.
         const String dir = Files::dirname(path);
         const String name = Files::basename(path);
-        reader.read(dir, name);
+        reader.readFile(dir, name);
     }
 }
 

@@ -17,6 +17,14 @@ public:
 
     // "YYYY-MM-DD HH:MM:SS.mmm"
     String toString() const;
+    // The time of text as databases give a timestamp back: "YYYY-MM-DD
+    // HH:MM:SS", a 'T' or a blank between date and time, and a fraction of a
+    // second of any number of digits or none (cut to milliseconds). False,
+    // and out unchanged, for any other text.
+    static bool parse(const std::wstring& text, DateTime& out);
+    friend bool operator==(const DateTime&, const DateTime&) = default;
+    // The wall-clock time as one number, YYYYMMDDhhmmssmmm: equal for equal texts.
+    long long wallClock() const;
 
     int year() const { return year_; }
     int month() const { return month_; }

@@ -138,6 +138,11 @@ ByteString SQLField::asBytes() const
     return ByteString(value_->bytes.data(), value_->bytes.size());
 }
 
+bool SQLField::asDateTime(DateTime& out) const
+{
+    return value_->kind == Value::Text && DateTime::parse(fromNativePath(value_->bytes.data(), value_->bytes.size()).str(), out);
+}
+
 SQLField& SQLFields::operator[](size_t index)
 {
     ZEL_ASSERT(index < fields_.size());

@@ -134,6 +134,9 @@ public:
     String asString() const;
     // The bytes of a binary value, or the UTF-8 of a text; empty for anything else.
     ByteString asBytes() const;
+    // A timestamp, as each database gives one back (see DateTime::parse);
+    // false for a value that is none.
+    bool asDateTime(DateTime& out) const;
 
 private:
     friend class SQLQuery;

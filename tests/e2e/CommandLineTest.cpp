@@ -28,6 +28,8 @@ TEST(CommandLine, RefusedLinesPrintWhyAndRunNothing)
         {{"--help=1"}, "option '--help' doesn't allow an argument"},
         {{"--version=1", "/tmp"}, "option '--version' doesn't allow an argument"},
         {{"--database"}, "option '--database' requires an argument"},
+        {{"--update", "/tmp"}, "--update needs --database: it updates a catalogue"},
+        {{"-su", "-dDRIVER=ZELSQLite3;DATABASE=x", "/tmp"}, "--update cannot go with --summary: the census stores nothing"},
         {{"--probe-timeout=10s", "/tmp"}, "invalid probe timeout '10s': a number of seconds from 0 (no limit) to 86400"},
         {{"--probe-timeout=", "/tmp"}, "invalid probe timeout '': a number of seconds from 0 (no limit) to 86400"},
         {{"--probe-timeout", "86401", "/tmp"}, "invalid probe timeout '86401': a number of seconds from 0 (no limit) to 86400"},
@@ -73,7 +75,7 @@ TEST(CommandLine, ManualPageRepeatsTheHelpTexts)
         EXPECT_NE(manual.find(line.substr(text)), std::string::npos) << line;
         ++texts;
     }
-    EXPECT_EQ(texts, 8u + 9u) << "eight options and nine connection strings";
+    EXPECT_EQ(texts, 9u + 9u) << "nine options and nine connection strings";
 }
 
 TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
@@ -98,6 +100,8 @@ TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
         {{"-sv", "--", "-n", "--dry-run"}, flags + " --dry-run=false values[-n, --dry-run]"},
         {{"-sv", "--probe-timeout", "0", "--charset", "cp1251", "/a"},
          flags + " --dry-run=false --probe-timeout=0 --charset=cp1251 values[/a]"}, // only when given
+        {{"-vu", "-dDRIVER=X", "/a"},
+         "sonarcat --verbose=true --summary=false --database=DRIVER=X --dry-run=false --update=true values[/a]"},
     };
     for (const auto& f : forms) EXPECT_NE(sonarcat(f.args).out.find("\n      [" + f.options + "]\n"), std::string::npos) << f.options;
 }

@@ -3,6 +3,8 @@
 // the databases and drivers that cannot be used.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -190,6 +192,53 @@ TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
     EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM ID3V2_FRAME"), (std::vector<Row>{{"8"}}));
 }
 
+// The catalogue's files by path, each with its file row and the rows of its
+// tags, in one order whatever the ids: what two catalogues of one tree share.
+std::vector<Row> filesByPath(const Catalogue& catalogue)
+{
+    const std::string file = " JOIN STOR_FILE f ON f.FILE_ID = t.FILE_ID JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID";
+    std::vector<Row> all;
+    for (const std::string& query :
+         {"SELECT d.PATH, f.NAME, f.FILE_SZ, " + catalogue.fill(catalogue.engine().time, "f.FILE_MT") +
+              ", f.FILE_ER, f.MEDI_FM, f.MEDI_DU, f.MEDI_NF FROM STOR_FILE t" + file,
+          "SELECT d.PATH, f.NAME, t.TITLE, t.TRACK FROM ID3V1 t" + file, "SELECT d.PATH, f.NAME, t.VERSION, t.SIZE_ FROM ID3V2 t" + file,
+          "SELECT d.PATH, f.NAME, t.NO_, t.FRAME_ID, t.TEXT_ FROM ID3V2_FRAME t" + file,
+          "SELECT d.PATH, f.NAME, t.VERSION, t.SIZE_ FROM APE t" + file,
+          "SELECT d.PATH, f.NAME, t.NO_, t.KEY_, t.VALUE_ FROM APE_ITEM t" + file})
+        for (Row& row : catalogue.rows(query)) all.push_back(std::move(row));
+    std::sort(all.begin(), all.end());
+    return all;
+}
+
+// --update: a file that plain runs stored twice ends as one record; an update
+// of what did not change writes nothing and reports nothing; new, changed (in
+// size, in time alone) and removed files and a directory that is gone leave
+// what a fresh run of the tree stores, and no row without its file or
+// directory; a dry update only counts.
+TEST_P(Storing, UpdateLeavesWhatAFreshRunStores)
+{
+    store();
+    store();
+    EXPECT_NE(store({"--update"}).out.find("\nUpdate: new[0] changed[5] unchanged[0] removed[0]\n"), std::string::npos);
+    Result r = store({"--update", "--verbose"});
+    EXPECT_NE(r.out.find("\nUpdate: new[0] changed[0] unchanged[5] removed[0]\n"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("FILE["), std::string::npos) << "an unchanged file is neither read nor reported";
+    write("c2.mp3", readFile(tree / "c2.mp3") + "more");
+    std::filesystem::last_write_time(tree / "a1.mp3", std::filesystem::last_write_time(tree / "a1.mp3") - std::chrono::hours(48));
+    write("b0-new.mp3", readFile(dataFile("sine-1s.mp3")));
+    std::filesystem::remove(tree / "d-n\u00F6tes.txt");
+    std::filesystem::remove_all(tree / kSub);
+    const std::string counts = "\nUpdate: new[1] changed[2] unchanged[1] removed[2]\n";
+    EXPECT_NE(store({"--update", "--dry-run"}).out.find(counts), std::string::npos);
+    EXPECT_EQ(catalogue.count("STOR_FILE"), "5") << "a dry update writes nothing";
+    EXPECT_NE(store({"--update"}).out.find(counts), std::string::npos);
+    Catalogue fresh(GetParam());
+    sonarcat({"--database=" + fresh.database(), top});
+    EXPECT_EQ(filesByPath(catalogue), filesByPath(fresh));
+    EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM STOR_DIR d WHERE NOT EXISTS (SELECT * FROM STOR_FILE f WHERE f.DIR_ID = d.DIR_ID)"),
+              std::vector<Row>{{"0"}});
+}
+
 // Four runs started together over four disjoint trees store every file once,
 // whole, without an error line, each run's ids growing in its walk order
 // (long runs: 500 files a tree, ten times over).
@@ -229,6 +278,37 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
         for (const char* table : {"ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
             EXPECT_EQ(catalogue.count(table), std::to_string(4 * files * round)) << table;
     }
+    // Four updates at once leave every file with one record.
+    std::vector<std::unique_ptr<Program>> updates;
+    for (int k = 0; k < 4; ++k)
+        updates.push_back(std::make_unique<Program>(
+            std::vector<std::string>{SONARCAT_BINARY, "--update", "--database=" + database, dir / ("disk" + std::to_string(k))}));
+    for (auto& update : updates) EXPECT_EQ(update->finish(600).err.find("Exception"), std::string::npos);
+    for (const char* table : {"STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
+        EXPECT_EQ(catalogue.count(table), std::to_string(4 * files)) << table;
+}
+
+// An update removes the record of a file that is gone only where the walk
+// read the directory to its end: not below the place where a walk stopped,
+// and nothing at all for a PATH that is not there.
+TEST(StoringUpdate, RemovesNothingWhereTheWalkDidNotReach)
+{
+    Catalogue catalogue("SQLite");
+    TempDir dir;
+    const Tree tree(dir / "music");
+    for (const char* name : {"a/1.mp3", "a/2.mp3", "m/3.mp3", "z/4.mp3"}) tree.file(name, readFile(dataFile("sine-1s.mp3")));
+    const std::string database = "--database=" + catalogue.database();
+    sonarcat({database, tree.root()});
+    for (const char* gone : {"a/1.mp3", "m/3.mp3", "z/4.mp3"}) std::filesystem::remove(tree / gone);
+    tree.nest("b", std::string(200, 'x'), 25); // a path too long: the walk stops there
+    Result r = sonarcat({"--update", database, tree.root()});
+    EXPECT_NE(r.out.find("\nUpdate: new[0] changed[0] unchanged[1] removed[1]\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("(File name too long)"), std::string::npos) << r.err;
+    const std::vector<Row> kept = {{"2.mp3"}, {"3.mp3"}, {"4.mp3"}};
+    EXPECT_EQ(catalogue.rows("SELECT NAME FROM STOR_FILE ORDER BY NAME"), kept);
+    r = sonarcat({"--update", database, dir / "elsewhere"});
+    EXPECT_NE(r.err.find("elsewhere"), std::string::npos) << r.err;
+    EXPECT_EQ(catalogue.rows("SELECT NAME FROM STOR_FILE ORDER BY NAME"), kept);
 }
 
 void expectNoWalk(const std::string& database, const std::string& message, const Launch& launch = {})
