@@ -38,8 +38,9 @@ TagReader::TagReader(const MainArguments& arguments)
       probes_(ZELUsableCores(), std::chrono::seconds(arguments.probeTimeout()))
 {
     const String& database = arguments.database();
-    if (store.connect(database))
-        arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
+    if (!store.connect(database, arguments.dryrun())) return;
+    arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
+    store.prepareTables(arguments.dryrun());
 }
 
 namespace {

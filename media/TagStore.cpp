@@ -9,6 +9,8 @@
 #include <random>
 #include <thread>
 
+#include "media/CatalogueSchema.h"
+#include "zel/FileName.h"
 #include "zel/Numbers.h"
 #include "zel/SQL.h"
 #include "zel/Writer.h"
@@ -72,14 +74,53 @@ String driverName(const String& database)
 
 TagStore::~TagStore() { delete connection; }
 
-bool TagStore::connect(const String& database)
+bool TagStore::connect(const String& database, bool dryRun)
 {
-    const String driver = driverName(database);
-    if (driver.isEmpty()) return false;
+    driver_ = driverName(database);
+    if (driver_.isEmpty()) return false;
     // Should open throw, the destructor deletes the half-made connection.
-    connection = ZEL_NEW SQLConnection(driver);
-    connection->open(database);
+    connection = ZEL_NEW SQLConnection(driver_);
+    connection->open(database, !dryRun);
     return true;
+}
+
+void TagStore::prepareTables(bool dryRun)
+{
+    std::wstring missing;
+    size_t held = 0;
+    for (const wchar_t* table : kCatalogueTables) {
+        try {
+            SQLQuery(connection).execute(String(L"SELECT COUNT(*) FROM ") + table + L" WHERE 1 = 0");
+            ++held;
+        } catch (Exception* e) {
+            e->destroy();
+            missing += (missing.empty() ? L"" : L", ") + std::wstring(table);
+        }
+    }
+    if (missing.empty()) return;
+    if (held > 0)
+        throw ZEL_NEW SQLException(L"The catalogue holds only some of its seven tables: [" + String(std::move(missing)) +
+                                   L"] are missing. It is left as it is: complete it with its schema file, or name an empty catalogue");
+    if (dryRun) {
+        tables_ = false;
+        out_ << L"The catalogue has no tables: a run without --dry-run makes them." << endl;
+        return;
+    }
+    const SchemaFile* schema = schemaFor(driver_, serverInfo());
+    if (!schema) throw ZEL_NEW SQLException(L"The catalogue has no tables, and there is no schema file for [" + serverInfo() + L"]");
+    connection->startTrans();
+    try {
+        for (const String& statement : schemaStatements(schema->text)) SQLQuery(connection).execute(statement);
+        connection->commitTrans();
+    } catch (Exception*) {
+        try {
+            connection->rollbackTrans();
+        } catch (Exception* e) {
+            e->destroy(); // the failure that called for the rollback says what went wrong
+        }
+        throw;
+    }
+    out_ << L"Tables made. [" << fromNativePath(schema->name) << L"]" << endl;
 }
 
 bool TagStore::ready() const { return connection && connection->connected(); }
@@ -195,7 +236,7 @@ std::string utf8Of(const SQLField& field)
 
 void TagStore::readStored(const String& pattern, const std::function<void(StoredFile&&)>& take)
 {
-    if (!ready()) return;
+    if (!ready() || !tables_) return;
     SQLQuery q(connection);
     q.prepare(kSelectStored);
     text(&q.params()[0], pattern);

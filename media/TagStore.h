@@ -52,7 +52,12 @@ public:
     // Opens the connection whose driver the DRIVER key of the connection
     // string names, handing it the whole string; false, and no connection,
     // when it names none. Throws when the driver or the server fails.
-    bool connect(const String& database);
+    bool connect(const String& database, bool dryRun);
+    // Makes the seven tables, from the schema file of the catalogue's
+    // database, when the catalogue has none of them, in one transaction
+    // (unless the run is dry: then it only says so). Throws, leaving the
+    // catalogue as it was, when it holds some of them but not all.
+    void prepareTables(bool dryRun);
     // A connection is open and files can be stored.
     bool ready() const;
     String serverInfo() const;
@@ -105,6 +110,8 @@ private:
     const String& rule_;
     const bool verbose_;
     SQLConnection* connection = nullptr; // owned; null when no database is used
+    String driver_;                      // the driver the connection string names
+    bool tables_ = true;                 // the catalogue has its tables (a dry run leaves an empty one empty)
     String currentDir;                   // the directory of the last STOR_DIR row written; empty after a rollback
     int32_t dirId = 0;                   // the last ids handed out; 0: not yet read from the database
     int64_t fileId = 0;

@@ -205,10 +205,10 @@ SQLConnection::SQLConnection(const String& driverName) : impl_(std::make_unique<
 
 SQLConnection::~SQLConnection() = default;
 
-void SQLConnection::open(const String& connectionString)
+void SQLConnection::open(const String& connectionString, bool createMissing)
 {
     const sqldriver::OpenRequest request{parseConnectionString(connectionString), toUtf8(connectionString.str()),
-                                         toUtf8(configuration().applicationName.str(), EscapedBytes::Replace)};
+                                         toUtf8(configuration().applicationName.str(), EscapedBytes::Replace), createMissing};
     DriverError error;
     if (!impl_->driver->open(request, error)) fail(String::format(L"%ls: cannot connect", impl_->driverName), error);
 }

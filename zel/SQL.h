@@ -167,7 +167,9 @@ public:
 
     // KEY=value pairs separated by ";"; keys without regard to case, blanks
     // around keys and values dropped. The driver also gets the string unchanged.
-    void open(const String& connectionString);
+    // createMissing: a database that is a file of its own is made when it is
+    // not there yet.
+    void open(const String& connectionString, bool createMissing = false);
     String getServerInfo() const;
     bool connected() const;
     void startTrans();

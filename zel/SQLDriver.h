@@ -166,6 +166,8 @@ struct OpenRequest {
     Settings settings;
     std::string connectionString;
     std::string applicationName;
+    // A database that is a file of its own (SQLite) is made when it is not there yet.
+    bool createMissing = false;
 
     // The value of an upper-case key; null when the string has none.
     const std::string* setting(const char* key) const

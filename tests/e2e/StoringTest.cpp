@@ -232,8 +232,8 @@ TEST_P(Storing, UpdateLeavesWhatAFreshRunStores)
     EXPECT_NE(store({"--update", "--dry-run"}).out.find(counts), std::string::npos);
     EXPECT_EQ(catalogue.count("STOR_FILE"), "5") << "a dry update writes nothing";
     EXPECT_NE(store({"--update"}).out.find(counts), std::string::npos);
-    Catalogue fresh(GetParam());
-    sonarcat({"--database=" + fresh.database(), top});
+    Catalogue fresh(GetParam(), Catalogue::Empty); // the first run makes the tables
+    EXPECT_NE(sonarcat({"--database=" + fresh.database(), top}).out.find("\nTables made. ["), std::string::npos);
     EXPECT_EQ(filesByPath(catalogue), filesByPath(fresh));
     EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM STOR_DIR d WHERE NOT EXISTS (SELECT * FROM STOR_FILE f WHERE f.DIR_ID = d.DIR_ID)"),
               std::vector<Row>{{"0"}});
@@ -324,9 +324,27 @@ void expectNoWalk(const std::string& database, const std::string& message, const
     EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
 }
 
+// ... nor one that holds only some of its tables, which is left as it is.
 TEST_P(Storing, CatalogueThatCannotBeOpenedStopsBeforeTheWalk)
 {
     for (const auto& [refused, message] : catalogue.engine().refusals) expectNoWalk(catalogue.fill(refused), catalogue.fill(message));
+    for (const char* table : {"APE_ITEM", "ID3V1"}) catalogue.rows(std::string("DROP TABLE ") + table);
+    expectNoWalk(database, "only some of its seven tables: [ID3V1, APE_ITEM] are missing");
+    EXPECT_THROW(catalogue.rows("SELECT COUNT(*) FROM ID3V1"), std::runtime_error) << "a table was made";
+    EXPECT_EQ(catalogue.count("STOR_FILE"), "0");
+}
+
+// A dry run makes nothing of a catalogue that is not there: it says so and reports.
+TEST(StoringFirstUse, ADryRunMakesNoCatalogue)
+{
+    TempDir dir;
+    writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
+    for (const char* update : {"--dry-run", "--update"}) {
+        const Result r = sonarcat({"--dry-run", update, "--database=DRIVER=ZELSQLite3;DATABASE=" + dir / "new.db", dir.path()});
+        EXPECT_NE(r.out.find("\nThe catalogue has no tables: a run without --dry-run makes them.\n"), std::string::npos) << r.out << r.err;
+        EXPECT_NE(r.out.find("FILE[a.mp3]"), std::string::npos);
+        EXPECT_FALSE(std::filesystem::exists(dir / "new.db"));
+    }
 }
 
 TEST(StoringRefused, DriversThatCannotBeUsedStopBeforeTheWalk)

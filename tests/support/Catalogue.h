@@ -34,6 +34,7 @@ struct Engine {
     std::string name, driver;
     const char* variable;                 // names the server: "SERVER=...;PORT=...;USER=...;PASSWORD=..."; null: a file
     std::string create, drop, connection; // shell commands that make the database {db} with its tables and drop it; --database
+    std::string createEmpty;              // a shell command that makes {db} without a table ("": the program makes the file)
     std::string hex, time;                // a bytes column {1} in upper-case hexadecimal; a time as the report shows it
     std::vector<std::string> rejectFrame; // statements that make the rows of frame {1} fail
     std::vector<std::pair<std::string, std::string>> refusals; // --database values that open nothing, and what the message says
@@ -61,6 +62,8 @@ inline Engine firebirdEngine(const std::string& name, const std::string& driver,
                   "-ch UTF8 -i {schema}firebird.sql " + database + " && gfix -write async" + login + database,
         .drop = "[ ! -e '{FILES}/{db}.fdb' ] || echo 'DROP DATABASE;' | " + isql + database,
         .connection = connection,
+        .createEmpty =
+            "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& gfix -write async" + login + database,
         .hex = "LEFT(REPLACE(" + hex + ", '-', ''), 2 * OCTET_LENGTH({1}))",
         .time = "LEFT(CAST({1} AS VARCHAR(24)), 23)",
         .rejectFrame = {"CREATE EXCEPTION FRAME_REJECTED 'frame rejected'",
@@ -101,7 +104,8 @@ inline const std::vector<Engine>& engines()
                                                    "BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"};
     const std::string sqliteLocked =
         "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"; // a second writer is refused
-    const std::string pgCreate = psql + "postgres -c 'CREATE DATABASE {db}' && " + psql + "{db} -f {schema}postgresql.sql",
+    const std::string pgCreateEmpty = psql + "postgres -c 'CREATE DATABASE {db}'",
+                      pgCreate = pgCreateEmpty + " && " + psql + "{db} -f {schema}postgresql.sql",
                       pgDrop = psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'", pgHex = "upper(encode({1}, 'hex'))",
                       pgTime = "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')";
     const std::vector<std::string> pgReject = {
@@ -109,7 +113,8 @@ inline const std::vector<Engine>& engines()
         "RETURN NEW; END $$ LANGUAGE plpgsql",
         "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"};
     const std::string pgWriting = "SELECT COUNT(*) FROM pg_stat_activity WHERE datname = '{db}' AND backend_xid IS NOT NULL";
-    const std::string myCreate = mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
+    const std::string myCreateEmpty = mariadb + "-e 'CREATE DATABASE {db}'",
+                      myCreate = myCreateEmpty + " && " + mariadb + "{db} < {schema}mariadb.sql",
                       myDrop = mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", myHex = "NULLIF(HEX({1}), '')",
                       myTime = "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)";
     const std::vector<std::string> myReject = {
@@ -130,10 +135,11 @@ inline const std::vector<Engine>& engines()
             .create = sqliteCreate,
             .drop = sqliteDrop,
             .connection = "DRIVER=ZELSQLite3;DATABASE={db}",
+            .createEmpty = "",
             .hex = sqliteHex,
             .time = "{1}",
             .rejectFrame = sqliteReject,
-            .refusals = {{"DRIVER=ZELSQLite3;DATABASE={db}.missing", "ZELSQLite3: cannot connect: unable to open database file"}},
+            .refusals = {{"DRIVER=ZELSQLite3;DATABASE={db}.missing/x", "ZELSQLite3: cannot connect: unable to open database file"}},
             .pending = sqliteLocked,
         },
         {
@@ -144,6 +150,7 @@ inline const std::vector<Engine>& engines()
                       "{schema}sqlite3.sql",
             .drop = "rm -f '{db}'*",
             .connection = "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test",
+            .createEmpty = "",
             .hex = sqliteHex,
             .time = "{1}",
             .rejectFrame = sqliteReject,
@@ -153,8 +160,8 @@ inline const std::vector<Engine>& engines()
                      "ZELSQLCipher: cannot connect: wrong key or not an encrypted catalogue"},
                     {"DRIVER=ZELSQLCipher;DATABASE={db}.plain;KEY=sonarcat-test",
                      "wrong key or not an encrypted catalogue (file is encrypted or is not a database) [{db}.plain]"},
-                    {"DRIVER=ZELSQLCipher;DATABASE={db}.missing;KEY=sonarcat-test",
-                     "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing]"},
+                    {"DRIVER=ZELSQLCipher;DATABASE={db}.missing/x;KEY=sonarcat-test",
+                     "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing/x]"},
                     {"DRIVER=ZELSQLCipher;DATABASE={db}", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
                     {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
                 },
@@ -168,6 +175,7 @@ inline const std::vector<Engine>& engines()
             .create = pgCreate,
             .drop = pgDrop,
             .connection = "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}",
+            .createEmpty = pgCreateEmpty,
             .hex = pgHex,
             .time = pgTime,
             .rejectFrame = pgReject,
@@ -192,6 +200,7 @@ inline const std::vector<Engine>& engines()
             .create = myCreate,
             .drop = myDrop,
             .connection = "DRIVER=ZELMariaDB;{settings};DATABASE={db}",
+            .createEmpty = myCreateEmpty,
             .hex = myHex,
             .time = myTime,
             .rejectFrame = myReject,
@@ -219,6 +228,7 @@ inline const std::vector<Engine>& engines()
             .create = pgCreate,
             .drop = pgDrop,
             .connection = odbcPostgres,
+            .createEmpty = pgCreateEmpty,
             .hex = pgHex,
             .time = pgTime,
             .rejectFrame = pgReject,
@@ -241,6 +251,7 @@ inline const std::vector<Engine>& engines()
             .create = sqliteCreate,
             .drop = sqliteDrop,
             .connection = odbcSQLite,
+            .createEmpty = "touch '{db}'",
             .hex = sqliteHex,
             .time = "{1}",
             .rejectFrame = sqliteReject,
@@ -259,6 +270,7 @@ inline const std::vector<Engine>& engines()
             .create = myCreate,
             .drop = myDrop,
             .connection = odbcMariaDB,
+            .createEmpty = myCreateEmpty,
             .hex = myHex,
             .time = myTime,
             .rejectFrame = myReject,
@@ -287,8 +299,10 @@ inline const auto testName = [](const auto& row) { return std::regex_replace(row
 
 class Catalogue {
 public:
+    enum Start { WithTables, Empty };
+
     // settings: a server other than the one the engine's variable names.
-    explicit Catalogue(const std::string& engine, std::string settings = "") : settings_(std::move(settings))
+    explicit Catalogue(const std::string& engine, Start start = WithTables, std::string settings = "") : settings_(std::move(settings))
     {
         for (const Engine& e : engines()) engine_ = e.name == engine ? &e : engine_;
         if (engine_->variable && settings_.empty() && std::getenv(engine_->variable)) settings_ = std::getenv(engine_->variable);
@@ -300,8 +314,9 @@ public:
         if (!missing_.empty()) return;
         static std::atomic<int> serial{0};
         db_ = engine_->variable ? "sonarcat_test_" + std::to_string(::getpid()) + "_" + std::to_string(serial++) : dir_ / "music.db";
-        const Result r = run({"/bin/sh", "-c", fill(engine_->create)}, {environment("C.UTF-8")}, 120);
-        if (r.status != 0) throw std::runtime_error(engine_->create + ": " + r.err);
+        const std::string& create = start == Empty ? engine_->createEmpty : engine_->create;
+        const Result r = run({"/bin/sh", "-c", fill(create.empty() ? "true" : create)}, {environment("C.UTF-8")}, 120);
+        if (r.status != 0) throw std::runtime_error(create + ": " + r.err);
         database_ = fill(engine_->connection);
     }
     ~Catalogue()

@@ -13,6 +13,9 @@
 #define SQLITE_HAS_CODEC 1 // declares sqlite3_key()
 #endif
 #include <sqlite3.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "zel/SQLDriver.h"
 
@@ -150,8 +153,12 @@ public:
             return false;
         }
 #endif
-        // The file must exist: the program never creates tables.
-        if (sqlite3_open_v2(file->c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
+        // A file that is not there is made only when the caller asks for it;
+        // else it is an empty catalogue, and one that stays in memory.
+        const bool missing = !request.createMissing && ::access(file->c_str(), F_OK) != 0 && errno == ENOENT;
+        const int create = request.createMissing ? SQLITE_OPEN_CREATE : 0;
+        if (sqlite3_open_v2(missing ? ":memory:" : file->c_str(), &db_, SQLITE_OPEN_READWRITE | create | SQLITE_OPEN_NOMUTEX, nullptr) !=
+            SQLITE_OK)
             return close((db_ ? sqlite3_errmsg(db_) : "out of memory") + std::string(" [") + *file + "]", error);
 #ifdef ZEL_SQLCIPHER
         if (!unlock(*key, error)) return close(error.message, error);

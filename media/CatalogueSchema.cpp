@@ -1,0 +1,59 @@
+#include "media/CatalogueSchema.h"
+
+#include <cstring>
+#include <string>
+
+#include "zel/FileName.h"
+
+namespace ZELd {
+
+namespace {
+
+const SchemaFile* named(const char* name)
+{
+    for (const SchemaFile& file : kSchemaFiles)
+        if (std::strcmp(file.name, name) == 0) return &file;
+    return nullptr;
+}
+
+} // namespace
+
+const SchemaFile* schemaFor(const String& driver, const String& serverInfo)
+{
+    const struct {
+        const wchar_t* driver; // or, through ODBC, the start of the server's name
+        const char* file;
+    } kinds[] = {
+        {L"ZELSQLite3", "sqlite3.sql"}, {L"ZELSQLCipher", "sqlite3.sql"},  {L"ZELPostgreSQL", "postgresql.sql"},
+        {L"ZELMariaDB", "mariadb.sql"}, {L"ZELFirebird", "firebird.sql"},  {L"ZELInterBase", "firebird.sql"},
+        {L"SQLite", "sqlite3.sql"},     {L"PostgreSQL", "postgresql.sql"}, {L"MariaDB", "mariadb.sql"},
+        {L"MySQL", "mariadb.sql"},      {L"Firebird", "firebird.sql"},
+    };
+    const bool odbc = driver == L"ZELODBC";
+    for (const auto& kind : kinds)
+        if (odbc ? serverInfo.startsWith(kind.driver) : driver == kind.driver) return named(kind.file);
+    return nullptr;
+}
+
+std::vector<String> schemaStatements(const char* text)
+{
+    std::vector<String> statements;
+    std::string statement;
+    bool quoted = false;
+    for (const char* p = text; *p; ++p) {
+        if (!quoted && p[0] == '-' && p[1] == '-') { // a comment, to the end of its line
+            while (p[1] && p[1] != '\n') ++p;
+            continue;
+        }
+        if (*p == '\'') quoted = !quoted;
+        if (quoted || *p != ';') {
+            statement += *p;
+            continue;
+        }
+        if (statement.find_first_not_of(" \t\r\n") != std::string::npos) statements.push_back(fromNativePath(statement.c_str()).trim());
+        statement.clear();
+    }
+    return statements;
+}
+
+} // namespace ZELd

@@ -1,0 +1,32 @@
+// The catalogue's seven tables as schema/ makes them for each database: the
+// files of schema/ are built into the program (cmake/EmbedSchemas.cmake), so
+// that it makes the tables of an empty catalogue from the very same text.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "zel/String.h"
+
+namespace ZELd {
+
+struct SchemaFile {
+    const char* name; // "sqlite3.sql"
+    const char* text;
+};
+inline constexpr size_t kSchemaFileCount = 4;
+extern const SchemaFile kSchemaFiles[kSchemaFileCount];
+
+// The seven tables.
+inline constexpr const wchar_t* kCatalogueTables[] = {L"STOR_DIR", L"STOR_FILE", L"ID3V1", L"ID3V2", L"ID3V2_FRAME", L"APE", L"APE_ITEM"};
+
+// The schema file for a connection: by its driver, and through ODBC by the
+// database behind it (serverInfo, as the connection names it). Null when the
+// program has none for it.
+const SchemaFile* schemaFor(const String& driver, const String& serverInfo);
+
+// The statements of a schema file: its text cut at each ";" outside a
+// quoted string, without its comments and blank statements.
+std::vector<String> schemaStatements(const char* text);
+
+} // namespace ZELd
