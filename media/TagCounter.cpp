@@ -3,6 +3,7 @@
 
 #include "media/APEv2.h"
 #include "media/MainArguments.h"
+#include "media/Progress.h"
 #include "media/TagLocation.h"
 #include "media/Walk.h"
 #include "zel/Exception.h"
@@ -53,6 +54,7 @@ void TagCounter::read(const String& path, TagCounter& counter)
 void TagCounter::readDir(const String& path, TagCounter& counter, const MainArguments& args)
 {
     auto onFile = [&](const Dir& dir, const String& name) {
+        Progress::file(dir.path());
         if (!name.toLowerCase().endsWith(L".mp3")) return;
         TagCounter file;
         try {

@@ -7,6 +7,7 @@
 
 #include "media/MainArguments.h"
 #include "media/MediaFacts.h"
+#include "media/Progress.h"
 #include "media/TagLocation.h"
 #include "media/WalkAhead.h"
 #include "zel/Exception.h"
@@ -62,8 +63,9 @@ void TagReader::readDir(const String& path)
     std::optional<CatalogueUpdate> update;
     if (args().update()) update.emplace(store, path.endsWith(L"/") ? path : path + L"/", String());
     const Updating updating(update_, update ? &*update : nullptr);
-    WalkAhead walk(path,
-                   update ? WalkAhead::Wanted([&](const String& dir, const String& name) { return update->wanted(dir, name); }) : nullptr);
+    // A file the update passes by is examined all the same.
+    auto wanted = [&](const String& dir, const String& name) { return update->wanted(dir, name) || (Progress::file(dir), false); };
+    WalkAhead walk(path, update ? WalkAhead::Wanted(wanted) : nullptr);
     Exception* stop = walkFiles(walk);
     if (update) endUpdate(*update, walk.finished(), walk.passed());
     if (stop) throw stop;
@@ -90,6 +92,7 @@ void TagReader::readFile(const String& dir, const String& name)
     const Updating updating(update_, &update);
     const bool wanted = update.wanted(dir, name);
     if (wanted) read(dir, name);
+    else Progress::file(dir);
     endUpdate(update, {}, wanted ? 0 : 1);
 }
 
@@ -101,6 +104,7 @@ void TagReader::endUpdate(CatalogueUpdate& update, const std::vector<String>& fi
 
 void TagReader::read(const String& dir, const String& name)
 {
+    Progress::file(dir);
     const std::vector<RecordId> replaced = update_ ? update_->reading(dir, name) : std::vector<RecordId>();
     FileInfo info(dir, name);
     const String path = dir + name;

@@ -11,6 +11,7 @@
 #include "media/MainArguments.h"
 #include "media/MediaInfo.h"
 #include "media/ProbeHelper.h"
+#include "media/Progress.h"
 #include "media/TagCharset.h"
 #include "media/TagCounter.h"
 #include "media/TagReader.h"
@@ -124,7 +125,10 @@ int main(int argc, char** argv)
         errout.tie(&output);
         ReportBinding binding(errout);
         MainArguments args(output, errout);
-        if (args.parse(argc, argv, true)) run(args);
+        if (args.parse(argc, argv, true)) {
+            const Progress progress(errout);
+            run(args);
+        }
         output.flush();
         ZELDebugDumpGlobalMemoryLeak(args.verbose() ? 1 : 0, errout);
     } catch (Exception* e) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "zel/Exception.h"
+#include "zel/StatusLine.h"
 #include "zel/Utf8.h"
 
 namespace ZELd {
@@ -56,6 +57,7 @@ void FileWriter::endLine()
 
 void FileWriter::drain(bool mayThrow)
 {
+    if (line_ && !buffer_.empty() && !failed_) line_->erase();
     size_t done = 0;
     while (done < buffer_.size() && !failed_) {
         ssize_t n = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
@@ -67,6 +69,7 @@ void FileWriter::drain(bool mayThrow)
             done += static_cast<size_t>(n);
         }
     }
+    if (line_ && done > 0) line_->redraw();
     buffer_.clear();
     if (mayThrow) throwUnreported();
 }

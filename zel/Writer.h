@@ -10,6 +10,8 @@
 
 namespace ZELd {
 
+class StatusLine;
+
 class CharsetEncoder {
 public:
     virtual ~CharsetEncoder() = default;
@@ -89,6 +91,9 @@ public:
     // Flushed before this writer writes anything, so that two writers sharing
     // a terminal or a file keep their order.
     void tie(FileWriter* other) { tied_ = other; }
+    // A status line on the same terminal: erased before this writer writes,
+    // drawn again after. Null: none.
+    void shareWith(StatusLine* line) { line_ = line; }
     bool failed() const override { return failed_; }
 
 private:
@@ -103,6 +108,7 @@ private:
     bool failed_ = false;
     int unreported_ = 0; // the error of a failure not thrown yet
     FileWriter* tied_ = nullptr;
+    StatusLine* line_ = nullptr;
 };
 
 } // namespace ZELd

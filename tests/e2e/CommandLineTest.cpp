@@ -3,6 +3,8 @@
 // MediaInfo library that cannot be used.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <sstream>
 
 #include "support/Files.h"
@@ -157,6 +159,25 @@ TEST(CommandLine, CharsetReadsWhatTagsMarkAsLatin1)
     std::string plain = maskTimes(sonarcat({"--verbose", dir / "cp1251.mp3"}).out);
     EXPECT_EQ(maskTimes(sonarcat({"--verbose", "--charset=ISO-8859-1", dir / "cp1251.mp3"}).out),
               plain.insert(plain.find(" values["), " --charset=ISO-8859-1"));
+}
+
+// With standard error on a terminal and the report in a file, a status line
+// says how far the run is: erased before an error line and drawn again after
+// it, erased at the end. Without a terminal nothing of it is written, and the
+// report is the same either way.
+TEST(CommandLine, AStatusLineOnATerminalOnly)
+{
+    TempDir dir, elsewhere;
+    writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
+    ::mkfifo((dir / "b-fifo.mp3").c_str(), 0644); // an error line
+    const std::string erase = "\r\033[K", program = std::string(SONARCAT_BINARY) + " '" + dir.path() + "'";
+    const Result terminal = run({"/usr/bin/script", "-qec", program + " > '" + elsewhere / "report" + "'", "/dev/null"});
+    EXPECT_NE(terminal.out.find(" files, "), std::string::npos) << terminal.out;
+    EXPECT_NE(terminal.out.find(erase + "IOException: Open Failed: not a regular file ["), std::string::npos) << terminal.out;
+    EXPECT_EQ(terminal.out.substr(terminal.out.size() - erase.size()), erase) << "the terminal is left clean";
+    const Result plain = sonarcat({dir.path()});
+    EXPECT_EQ(plain.err.find('\r'), std::string::npos) << plain.err;
+    EXPECT_EQ(maskTimes(readFile(elsewhere / "report")), maskTimes(plain.out));
 }
 
 TEST(CommandLine, UnusableMediaInfoLibraryEndsWithTheFinalWarning)
