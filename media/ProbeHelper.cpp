@@ -48,22 +48,13 @@ const std::string& executable()
     return path;
 }
 
-bool writeAll(int fd, const char* p, size_t n)
+// Moves n bytes through fd with op (::read or ::write), going on after a
+// short or interrupted call; false at the end of the input or on an error.
+template <class Op, class Byte>
+bool moveAll(Op op, int fd, Byte* p, size_t n)
 {
     while (n > 0) {
-        const ssize_t k = ::write(fd, p, n);
-        if (k < 0 && errno == EINTR) continue;
-        if (k <= 0) return false;
-        p += k, n -= static_cast<size_t>(k);
-    }
-    return true;
-}
-
-// False at the end of the input or on an error.
-bool readAll(int fd, char* p, size_t n)
-{
-    while (n > 0) {
-        const ssize_t k = ::read(fd, p, n);
+        const ssize_t k = op(fd, p, n);
         if (k < 0 && errno == EINTR) continue;
         if (k <= 0) return false;
         p += k, n -= static_cast<size_t>(k);
@@ -90,12 +81,12 @@ int serveProbes()
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (results < 0 || nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) return 1;
     std::string path, reply;
-    for (uint32_t length; readAll(STDIN_FILENO, reinterpret_cast<char*>(&length), sizeof length);) {
+    for (uint32_t length; moveAll(::read, STDIN_FILENO, reinterpret_cast<char*>(&length), sizeof length);) {
         path.resize(length);
-        if (!readAll(STDIN_FILENO, path.data(), length)) return 1;
+        if (!moveAll(::read, STDIN_FILENO, path.data(), length)) return 1;
         reply.clear();
         ProbeResult::probe(fromNativePath(path.data(), path.size())).encode(reply);
-        if (!writeAll(results, reply.data(), reply.size())) return 1;
+        if (!moveAll(::write, results, reply.data(), reply.size())) return 1;
     }
     return 0;
 }
@@ -146,7 +137,7 @@ void ProbeHelper::send(const std::shared_ptr<PendingProbe>& probe)
     std::memcpy(request.data(), &length, sizeof length);
     request += native;
     // A helper that is gone fails the write; its closed output tells the caller.
-    writeAll(requests_, request.data(), request.size());
+    moveAll(::write, requests_, request.data(), request.size());
     if (queue_.empty()) busySince_ = Clock::now();
     queue_.push_back(probe);
     probe->sent = true;
