@@ -89,6 +89,13 @@ inline Engine firebirdEngine(const std::string& name, const std::string& driver,
     };
 }
 
+// A row made from another: the same database through another driver.
+inline Engine alike(Engine row, const std::string& name, const std::string& driver, const std::string& connection)
+{
+    row.name = name, row.driver = driver, row.connection = connection;
+    return row;
+}
+
 inline const std::vector<Engine>& engines()
 {
     const std::string psql = "PGPASSWORD='{PASSWORD}' psql -X -q -v ON_ERROR_STOP=1 -h {SERVER} -p {PORT} -U {USER} -d ";
@@ -97,192 +104,134 @@ inline const std::vector<Engine>& engines()
         rows += std::string(" + (SELECT COUNT(*) FROM ") + table + ")";
     const std::string mariadb =
         "mariadb --no-defaults --protocol=TCP -h {SERVER} -P {PORT} -u {USER} --password='{PASSWORD}' --default-character-set=utf8mb4 ";
-    // Each database's texts, shared by its own driver and the ODBC driver over it.
-    const std::string sqliteCreate = "sqlite3 '{db}' < {schema}sqlite3.sql", sqliteDrop = "rm -f '{db}'*",
-                      sqliteHex = "CASE typeof({1}) WHEN 'blob' THEN nullif(hex({1}), '') END"; // bytes bound as text would read NULL
-    const std::vector<std::string> sqliteReject = {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' "
-                                                   "BEGIN SELECT RAISE(ABORT, 'frame rejected'); END"};
-    const std::string sqliteLocked =
-        "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'"; // a second writer is refused
-    const std::string pgCreateEmpty = psql + "postgres -c 'CREATE DATABASE {db}'",
-                      pgCreate = pgCreateEmpty + " && " + psql + "{db} -f {schema}postgresql.sql",
-                      pgDrop = psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'", pgHex = "upper(encode({1}, 'hex'))",
-                      pgTime = "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')";
-    const std::vector<std::string> pgReject = {
-        "CREATE FUNCTION REJECT_FRAME() RETURNS trigger AS $$ BEGIN IF NEW.FRAME_ID = '{1}' THEN RAISE EXCEPTION 'frame rejected'; END IF; "
-        "RETURN NEW; END $$ LANGUAGE plpgsql",
-        "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"};
     const std::string pgWriting = "SELECT COUNT(*) FROM pg_stat_activity WHERE datname = '{db}' AND backend_xid IS NOT NULL";
-    const std::string myCreateEmpty = mariadb + "-e 'CREATE DATABASE {db}'",
-                      myCreate = myCreateEmpty + " && " + mariadb + "{db} < {schema}mariadb.sql",
-                      myDrop = mariadb + "-e 'DROP DATABASE IF EXISTS {db}'", myHex = "NULLIF(HEX({1}), '')",
-                      myTime = "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)";
-    const std::vector<std::string> myReject = {
-        "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN "
-        "SIGNAL SQLSTATE '45000' SET MESSAGE_TEXT = 'frame rejected'; END IF"};
-    // The ODBC rows: braces in DRIVER name an ODBC driver, not a placeholder.
-    const std::string odbcPostgres = "DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
+    const Engine sqlite{
+        .name = "SQLite",
+        .driver = "ZELSQLite3",
+        .variable = nullptr,
+        .create = "sqlite3 '{db}' < {schema}sqlite3.sql",
+        .drop = "rm -f '{db}'*",
+        .connection = "DRIVER=ZELSQLite3;DATABASE={db}",
+        .createEmpty = "",
+        .hex = "CASE typeof({1}) WHEN 'blob' THEN nullif(hex({1}), '') END", // bytes bound as text would read NULL
+        .time = "{1}",
+        .rejectFrame = {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, "
+                        "'frame rejected'); END"},
+        .refusals = {{"DRIVER=ZELSQLite3;DATABASE={db}.missing/x", "ZELSQLite3: cannot connect: unable to open database file"}},
+        .pending = "sqlite3 -bail '{db}' 'BEGIN IMMEDIATE; ROLLBACK;' 2>&1 | grep -c 'database is locked'", // a second writer is refused
+    };
+    Engine sqlcipher = alike(sqlite, "SQLCipher", "ZELSQLCipher", "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test");
+    sqlcipher.create = "{ echo \"PRAGMA key = 'sonarcat-test';\"; cat {schema}sqlite3.sql; } | sqlcipher '{db}' && sqlite3 '{db}.plain' < "
+                       "{schema}sqlite3.sql";
+    sqlcipher.refusals = {
+        {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=wrong", "ZELSQLCipher: cannot connect: wrong key or not an encrypted catalogue"},
+        {"DRIVER=ZELSQLCipher;DATABASE={db}.plain;KEY=sonarcat-test",
+         "wrong key or not an encrypted catalogue (file is encrypted or is not a database) [{db}.plain]"},
+        {"DRIVER=ZELSQLCipher;DATABASE={db}.missing/x;KEY=sonarcat-test",
+         "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing/x]"},
+        {"DRIVER=ZELSQLCipher;DATABASE={db}", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
+        {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
+    };
+    sqlcipher.pending =
+        "sqlcipher -bail '{db}' \"PRAGMA key = 'sonarcat-test'; BEGIN IMMEDIATE; ROLLBACK;\" 2>&1 | grep -c 'database is locked'";
+    const Engine postgres{
+        .name = "PostgreSQL",
+        .driver = "ZELPostgreSQL",
+        .variable = "SONARCAT_TEST_POSTGRES",
+        .create = psql + "postgres -c 'CREATE DATABASE {db}' && " + psql + "{db} -f {schema}postgresql.sql",
+        .drop = psql + "postgres -c 'DROP DATABASE IF EXISTS {db} WITH (FORCE)'",
+        .connection = "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}",
+        .createEmpty = psql + "postgres -c 'CREATE DATABASE {db}'",
+        .hex = "upper(encode({1}, 'hex'))",
+        .time = "to_char({1}, 'YYYY-MM-DD HH24:MI:SS.MS')",
+        .rejectFrame =
+            {"CREATE FUNCTION REJECT_FRAME() RETURNS trigger AS $$ BEGIN IF NEW.FRAME_ID = '{1}' THEN RAISE EXCEPTION 'frame rejected'; "
+             "END IF; RETURN NEW; END $$ LANGUAGE plpgsql",
+             "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"},
+        .refusals =
+            {
+                {"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
+                 "password authentication failed"},
+                {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
+                // Nothing listens on port 1.
+                {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
+                 "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"},
+            },
+        .pending = psql + "{db} -tAc \"" + pgWriting + " AND application_name = 'sonarcat'\"",
+        // The program sends a file's statements in one batch, done before a look can see them unless they wait in the socket.
+        .slow = {"CREATE FUNCTION SLOW() RETURNS trigger AS $$ BEGIN PERFORM pg_sleep(1); RETURN NEW; END $$ LANGUAGE plpgsql",
+                 "CREATE TRIGGER SLOW BEFORE INSERT ON ID3V2 FOR EACH ROW WHEN (NEW.SIZE_ > 100000) EXECUTE FUNCTION SLOW()"},
+    };
+    const Engine maria{
+        .name = "MariaDB",
+        .driver = "ZELMariaDB",
+        .variable = "SONARCAT_TEST_MARIADB",
+        .create = mariadb + "-e 'CREATE DATABASE {db}' && " + mariadb + "{db} < {schema}mariadb.sql",
+        .drop = mariadb + "-e 'DROP DATABASE IF EXISTS {db}'",
+        .connection = "DRIVER=ZELMariaDB;{settings};DATABASE={db}",
+        .createEmpty = mariadb + "-e 'CREATE DATABASE {db}'",
+        .hex = "NULLIF(HEX({1}), '')",
+        .time = "LEFT(DATE_FORMAT({1}, '%Y-%m-%d %H:%i:%s.%f'), 23)",
+        .rejectFrame =
+            {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN SIGNAL SQLSTATE "
+             "'45000' SET MESSAGE_TEXT = 'frame rejected'; END IF"},
+        .refusals =
+            {
+                {"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
+                 "Access denied for user '{USER}'"},
+                {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
+                // Nothing listens on port 1.
+                {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
+                 "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
+                {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
+                {"DRIVER=ZELMariaDB;USER={USER};SERVER={SERVER};PORT=3306x;DATABASE={db}", "not a port number: [3306x]"},
+            },
+        // Rows not yet committed, seen by a dirty read (INNODB_TRX is a cache refreshed every 0.1 s: too slow to tell).
+        .pending = mariadb + "{db} -NBe 'SET SESSION TRANSACTION ISOLATION LEVEL READ UNCOMMITTED; SELECT " + rows +
+                   " INTO @dirty; SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED; SELECT @dirty - (" + rows + ")'",
+    };
+    // The ODBC rows: braces in DRIVER name an ODBC driver, not a placeholder. The driver's own diagnostics reach the
+    // message; the native rows try each kind of refusal.
+    Engine odbcPostgres = alike(postgres, "ODBC PostgreSQL", "ZELODBC",
+                                "DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}");
+    odbcPostgres.refusals = {
+        {"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "password authentication failed"},
+        // Debian registers the driver as "PostgreSQL Unicode" and "PostgreSQL ANSI" only.
+        {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}",
+         "Can't open lib 'PostgreSQL' : file not found"},
+    };
+    // psqlODBC names no application: the program's is the one connection to the database writing rows.
+    odbcPostgres.pending = psql + "{db} -tAc \"" + pgWriting + " AND pid <> pg_backend_pid()\"";
+    odbcPostgres.slow = {};
     // JournalMode=WAL: the SQLite module's journal; the ODBC driver's default, a rollback journal, costs a sync at every commit.
     // Timeout=1000: a run left behind by another's commit waits out the whole timeout before the program tries the file again.
-    const std::string odbcSQLite = "DRIVER={SQLite3};DATABASE={db};FKSupport=1;Timeout=1000;NoCreat=1;JournalMode=WAL";
+    Engine odbcSQLite =
+        alike(sqlite, "ODBC SQLite3", "ZELODBC", "DRIVER={SQLite3};DATABASE={db};FKSupport=1;Timeout=1000;NoCreat=1;JournalMode=WAL");
+    odbcSQLite.createEmpty = "touch '{db}'";
+    odbcSQLite.refusals = {
+        {"DRIVER={SQLite3};DATABASE={db}.missing;NoCreat=1", "ZELODBC: cannot connect: [SQLite]connect failed"},
+        // Unlike the program's own drivers, the ODBC driver manager takes no blanks around a key.
+        {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"},
+    };
     // Without OPTION=67108864 (several statements in one text): Connector/ODBC 3.1.15 loses 1 KB on every connection with it.
-    const std::string odbcMariaDB = "DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}";
+    Engine odbcMaria = alike(maria, "ODBC MariaDB", "ZELODBC",
+                             "DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}");
+    odbcMaria.refusals = {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}",
+                           "Unknown database '{db}_missing'"}};
+    // The rows a transaction wrote are locked until it ends: a locking read that may not wait is refused.
+    // (information_schema.INNODB_TRX would tell too, but it is a copy renewed at most every 0.1 s.)
+    odbcMaria.pending = mariadb + "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE "
+                                  "NOWAIT' 2>&1 | grep -c 'Lock wait timeout'";
     static const std::vector<Engine> all = {
-        {
-            .name = "SQLite",
-            .driver = "ZELSQLite3",
-            .variable = nullptr,
-            .create = sqliteCreate,
-            .drop = sqliteDrop,
-            .connection = "DRIVER=ZELSQLite3;DATABASE={db}",
-            .createEmpty = "",
-            .hex = sqliteHex,
-            .time = "{1}",
-            .rejectFrame = sqliteReject,
-            .refusals = {{"DRIVER=ZELSQLite3;DATABASE={db}.missing/x", "ZELSQLite3: cannot connect: unable to open database file"}},
-            .pending = sqliteLocked,
-        },
-        {
-            .name = "SQLCipher",
-            .driver = "ZELSQLCipher",
-            .variable = nullptr,
-            .create = "{ echo \"PRAGMA key = 'sonarcat-test';\"; cat {schema}sqlite3.sql; } | sqlcipher '{db}' && sqlite3 '{db}.plain' < "
-                      "{schema}sqlite3.sql",
-            .drop = "rm -f '{db}'*",
-            .connection = "DRIVER=ZELSQLCipher;DATABASE={db};KEY=sonarcat-test",
-            .createEmpty = "",
-            .hex = sqliteHex,
-            .time = "{1}",
-            .rejectFrame = sqliteReject,
-            .refusals =
-                {
-                    {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=wrong",
-                     "ZELSQLCipher: cannot connect: wrong key or not an encrypted catalogue"},
-                    {"DRIVER=ZELSQLCipher;DATABASE={db}.plain;KEY=sonarcat-test",
-                     "wrong key or not an encrypted catalogue (file is encrypted or is not a database) [{db}.plain]"},
-                    {"DRIVER=ZELSQLCipher;DATABASE={db}.missing/x;KEY=sonarcat-test",
-                     "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing/x]"},
-                    {"DRIVER=ZELSQLCipher;DATABASE={db}", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
-                    {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
-                },
-            .pending =
-                "sqlcipher -bail '{db}' \"PRAGMA key = 'sonarcat-test'; BEGIN IMMEDIATE; ROLLBACK;\" 2>&1 | grep -c 'database is locked'",
-        },
-        {
-            .name = "PostgreSQL",
-            .driver = "ZELPostgreSQL",
-            .variable = "SONARCAT_TEST_POSTGRES",
-            .create = pgCreate,
-            .drop = pgDrop,
-            .connection = "DRIVER=ZELPostgreSQL;{settings};DATABASE={db}",
-            .createEmpty = pgCreateEmpty,
-            .hex = pgHex,
-            .time = pgTime,
-            .rejectFrame = pgReject,
-            .refusals =
-                {
-                    {"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
-                     "password authentication failed"},
-                    {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
-                    // Nothing listens on port 1.
-                    {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
-                     "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"},
-                },
-            .pending = psql + "{db} -tAc \"" + pgWriting + " AND application_name = 'sonarcat'\"",
-            // The program sends a file's statements in one batch, done before a look can see them unless they wait in the socket.
-            .slow = {"CREATE FUNCTION SLOW() RETURNS trigger AS $$ BEGIN PERFORM pg_sleep(1); RETURN NEW; END $$ LANGUAGE plpgsql",
-                     "CREATE TRIGGER SLOW BEFORE INSERT ON ID3V2 FOR EACH ROW WHEN (NEW.SIZE_ > 100000) EXECUTE FUNCTION SLOW()"},
-        },
-        {
-            .name = "MariaDB",
-            .driver = "ZELMariaDB",
-            .variable = "SONARCAT_TEST_MARIADB",
-            .create = myCreate,
-            .drop = myDrop,
-            .connection = "DRIVER=ZELMariaDB;{settings};DATABASE={db}",
-            .createEmpty = myCreateEmpty,
-            .hex = myHex,
-            .time = myTime,
-            .rejectFrame = myReject,
-            .refusals =
-                {
-                    {"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
-                     "Access denied for user '{USER}'"},
-                    {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
-                    // Nothing listens on port 1.
-                    {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
-                     "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
-                    {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
-                    {"DRIVER=ZELMariaDB;USER={USER};SERVER={SERVER};PORT=3306x;DATABASE={db}", "not a port number: [3306x]"},
-                },
-            // Rows not yet committed, seen by a dirty read (INNODB_TRX is a cache refreshed every 0.1 s: too slow to tell).
-            .pending = mariadb + "{db} -NBe 'SET SESSION TRANSACTION ISOLATION LEVEL READ UNCOMMITTED; SELECT " + rows +
-                       " INTO @dirty; SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED; SELECT @dirty - (" + rows + ")'",
-        },
+        sqlite,
+        sqlcipher,
+        postgres,
+        maria,
         firebirdEngine("Firebird", "ZELFirebird", "SERVER={SERVER};DATABASE={FILES}/{db}.fdb"),
         firebirdEngine("InterBase", "ZELInterBase", "DATABASE={SERVER}:{FILES}/{db}.fdb"),
-        {
-            .name = "ODBC PostgreSQL",
-            .driver = "ZELODBC",
-            .variable = "SONARCAT_TEST_POSTGRES",
-            .create = pgCreate,
-            .drop = pgDrop,
-            .connection = odbcPostgres,
-            .createEmpty = pgCreateEmpty,
-            .hex = pgHex,
-            .time = pgTime,
-            .rejectFrame = pgReject,
-            // The driver's own diagnostics reach the message; the native rows try each kind of refusal.
-            .refusals =
-                {
-                    {"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong",
-                     "password authentication failed"},
-                    // Debian registers the driver as "PostgreSQL Unicode" and "PostgreSQL ANSI" only.
-                    {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}",
-                     "Can't open lib 'PostgreSQL' : file not found"},
-                },
-            // psqlODBC names no application: the program's is the one connection to the database writing rows.
-            .pending = psql + "{db} -tAc \"" + pgWriting + " AND pid <> pg_backend_pid()\"",
-        },
-        {
-            .name = "ODBC SQLite3",
-            .driver = "ZELODBC",
-            .variable = nullptr,
-            .create = sqliteCreate,
-            .drop = sqliteDrop,
-            .connection = odbcSQLite,
-            .createEmpty = "touch '{db}'",
-            .hex = sqliteHex,
-            .time = "{1}",
-            .rejectFrame = sqliteReject,
-            .refusals =
-                {
-                    {"DRIVER={SQLite3};DATABASE={db}.missing;NoCreat=1", "ZELODBC: cannot connect: [SQLite]connect failed"},
-                    // Unlike the program's own drivers, the ODBC driver manager takes no blanks around a key.
-                    {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"},
-                },
-            .pending = sqliteLocked,
-        },
-        {
-            .name = "ODBC MariaDB",
-            .driver = "ZELODBC",
-            .variable = "SONARCAT_TEST_MARIADB",
-            .create = myCreate,
-            .drop = myDrop,
-            .connection = odbcMariaDB,
-            .createEmpty = myCreateEmpty,
-            .hex = myHex,
-            .time = myTime,
-            .rejectFrame = myReject,
-            .refusals = {{"DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db}_missing;UID={USER};PWD={PASSWORD}",
-                          "Unknown database '{db}_missing'"}},
-            // The rows a transaction wrote are locked until it ends: a locking read that may not wait is refused.
-            // (information_schema.INNODB_TRX would tell too, but it is a copy renewed at most every 0.1 s.)
-            .pending =
-                mariadb +
-                "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE NOWAIT' 2>&1 | "
-                "grep -c 'Lock wait timeout'",
-        },
+        odbcPostgres,
+        odbcSQLite,
+        odbcMaria,
     };
     return all;
 }
