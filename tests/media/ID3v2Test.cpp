@@ -62,11 +62,8 @@ TEST(ID3v2, HeaderBytesDecideWhetherATagIsRead)
 {
     const std::string v22 = testsupport::id3v2(2, {{"TT2", textBody("Hello")}}), v23 = testsupport::id3v2(3, {kHello});
     const wchar_t* refused = L" version[0] revision[0] flags[0] size[0] fsbits[0]";
-    const struct {
-        std::string bytes;
-        const wchar_t* ids;
-        const wchar_t* text;
-    } cases[] = {
+    const std::tuple<std::string, const wchar_t*, const wchar_t*> cases[] = {
+        // the bytes, the frames' ids, the header as shown
         {v22, L"TT2", L"ID3 version[2] revision[0] flags[0] size[12] fsbits[8]"},
         {testsupport::id3v2(3, {kHello}, 240), L"TIT2", L"ID3 version[3] revision[0] flags[0] size[257] fsbits[8]"},
         {patched(testsupport::id3v2(4, {kHello}, 0, 0x80), 4, 0x90), L"TIT2",
@@ -79,13 +76,13 @@ TEST(ID3v2, HeaderBytesDecideWhetherATagIsRead)
         {patched(v23, 6, 0x80), nullptr, refused}, // sizes are seven bits a byte
         {patched(v23, 9, v23[9] | 0x80), nullptr, refused},
     };
-    for (const auto& c : cases) {
+    for (const auto& [bytes, frameIds, text] : cases) {
         for (bool given : {false, true}) {
             ID3v2 t;
-            EXPECT_EQ(load(t, c.bytes + std::string(given ? 64 : 0, '\xFF'), given), c.ids != nullptr) << c.text;
-            EXPECT_EQ(t.toString().str(), c.text);
-            EXPECT_EQ(ids(t), c.ids ? c.ids : L"");
-            EXPECT_EQ(t.frames().isEmpty() ? L"" : t.frames()[0]->text().str(), c.ids ? L"Hello" : L"");
+            EXPECT_EQ(load(t, bytes + std::string(given ? 64 : 0, '\xFF'), given), frameIds != nullptr) << text;
+            EXPECT_EQ(t.toString().str(), text);
+            EXPECT_EQ(ids(t), frameIds ? frameIds : L"");
+            EXPECT_EQ(t.frames().isEmpty() ? L"" : t.frames()[0]->text().str(), frameIds ? L"Hello" : L"");
         }
     }
     ID3v2 t;
@@ -100,22 +97,18 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
 {
     const std::string hello = frame(3, kHello, false), frames4 = frame(4, kHello, true);
     const std::wstring path(kPath.begin(), kPath.end()), invalid = L"ID3v2 Invalid Frames [" + path + L"]\n";
-    const struct {
-        std::string bytes;
-        int fsbits;
-        const wchar_t* ids;
-        uint32_t firstSize;
-        std::wstring trace = L"";
-    } cases[] = {
+    // The bytes; 8 or 7 as the frame sizes were read, 0 when the tag was not, -1 when not even its header copy was kept;
+    // the frames' ids, the size of the first, the report's first lines.
+    const std::tuple<std::string, int, const wchar_t*, uint32_t, std::wstring> cases[] = {
         // Frames of 128 bytes and more: the two readings differ, and a plain size byte of 0x80 or more is no sign.
-        {testsupport::id3v2(4, {k200}, 100), 7, L"TIT2", 200}, // 00 00 01 48: 200 seven bits a byte, 328 plainly
-        {testsupport::id3v2(4, {k200}, 1000), 8, L"TIT2", 328},
-        {testsupport::id3v2(3, {k200}), 8, L"TIT2", 200}, // 00 00 00 C8
-        {testsupport::id3v2(2, {{"TT2", k200.body}}, 10), 8, L"TT2", 200},
-        {testsupport::id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7},                // ends at the body's end
-        {tag(3, hello + raw({0, 0, 0, 0}) + frame(3, kWorld, false)), 8, L"TIT2", 7}, // after the padding: ignored
-        {testsupport::id3v2(3, {}), 8, L"", 0},
-        {testsupport::id3v2(3, {}, 64), 8, L"", 0},
+        {testsupport::id3v2(4, {k200}, 100), 7, L"TIT2", 200, L""}, // 00 00 01 48: 200 seven bits a byte, 328 plainly
+        {testsupport::id3v2(4, {k200}, 1000), 8, L"TIT2", 328, L""},
+        {testsupport::id3v2(3, {k200}), 8, L"TIT2", 200, L""}, // 00 00 00 C8
+        {testsupport::id3v2(2, {{"TT2", k200.body}}, 10), 8, L"TT2", 200, L""},
+        {testsupport::id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7, L""},                // ends at the body's end
+        {tag(3, hello + raw({0, 0, 0, 0}) + frame(3, kWorld, false)), 8, L"TIT2", 7, L""}, // after the padding: ignored
+        {testsupport::id3v2(3, {}), 8, L"", 0, L""},
+        {testsupport::id3v2(3, {}, 64), 8, L"", 0, L""},
         {testsupport::id3v2(3, {kHello, {"TPE1", ""}}), 0, L"", 0,
          invalid + L"[TIT2][7]\nfalse [11][1B][54]\n[TIT2][7]\nfalse [11][1B][54]\n"},
         {tag(3, hello + frame(3, {"\xFFIT2", "x"}, false)), 0, L"", 0,
@@ -135,19 +128,19 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
         {tag(4, raw({0, 0, 0, 6, 1, 0}), 0x40), 8, L"", 0, L"Number of flag bytes [1]\n"},
         {tag(3, "TIT2\x7F"s, 0x40), 8, L"", 0, L"Assertion failed [_begin + 6 <= _end] at media/ID3v2("}, // too short to hold one
         {tag(3, "", 0x40), 8, L"", 0, L"Assertion failed [_begin + 6 <= _end] at media/ID3v2("},
-        {tag(3, hello + std::string(33, '\0')).substr(0, 55), -1, L"", 0}, // the body comes short: no header copy
+        {tag(3, hello + std::string(33, '\0')).substr(0, 55), -1, L"", 0, L""}, // the body comes short: no header copy
     };
-    for (const auto& c : cases) {
+    for (const auto& [bytes, fsbits, frameIds, firstSize, trace] : cases) {
         testsupport::ReportCapture report;
         ID3v2 t;
-        EXPECT_EQ(load(t, c.bytes), c.fsbits > 0) << testing::PrintToString(c.trace);
-        EXPECT_EQ(std::tuple(t.fsbits(), ids(t)), std::tuple(std::max(c.fsbits, 0), std::wstring(c.ids)));
-        EXPECT_EQ(t.version(), c.fsbits < 0 ? 0 : c.bytes[3]) << "the header copy is made once the body is read";
-        EXPECT_EQ(t.frames().isEmpty() ? 0u : t.frames()[0]->size(), c.firstSize);
-        EXPECT_TRUE(c.firstSize < 200 || t.frames()[0]->text().str() == std::wstring(199, L'a'))
+        EXPECT_EQ(load(t, bytes), fsbits > 0) << testing::PrintToString(trace);
+        EXPECT_EQ(std::tuple(t.fsbits(), ids(t)), std::tuple(std::max(fsbits, 0), std::wstring(frameIds)));
+        EXPECT_EQ(t.version(), fsbits < 0 ? 0 : bytes[3]) << "the header copy is made once the body is read";
+        EXPECT_EQ(t.frames().isEmpty() ? 0u : t.frames()[0]->size(), firstSize);
+        EXPECT_TRUE(firstSize < 200 || t.frames()[0]->text().str() == std::wstring(199, L'a'))
             << "a frame of 128 bytes or more reads whole";
-        EXPECT_EQ(report.text.substr(0, c.trace.size()), c.trace);
-        EXPECT_EQ(report.text.empty(), c.trace.empty()) << testing::PrintToString(report.text);
+        EXPECT_EQ(report.text.substr(0, trace.size()), trace);
+        EXPECT_EQ(report.text.empty(), trace.empty()) << testing::PrintToString(report.text);
     }
 }
 
@@ -166,8 +159,8 @@ std::vector<Row> rows()
     return {
         {3, {"AENC", "owner\0\1\2"s}, 0, 0, L"owner", L"", L"", "\1\2"},
         {3, {"APIC", png + pic.substr(0, 100)}, 0, 3, L"image/png", L"", L"", pic.substr(0, 100)},
-        {3, {"APIC", testsupport::be(5, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 5)}, // data length
-                                                                                                                           // indicator
+        // a data length indicator
+        {3, {"APIC", testsupport::be(5, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 5)},
         {3, {"APIC", testsupport::be(0x1000, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 10)},
         {4, {"APIC", raw({0, 0, 1, 0}) + png + pic, 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 128)}, // 128 seven bits a byte
         {3, {"APIC", raw({0, 0, 1}), 1}, 0, 0, L"", L"", L"", ""},
@@ -176,16 +169,8 @@ std::vector<Row> rows()
         {2, {"CRA", "own\0\1\2"s}, 0, 0, L"own", L"", L"", "\1\2"},
         {3, {"CTOC", "toc\0\3"s}, 0, 0, L"", L"", L"", "toc\0\3"s},
         {2, {"GEO", "\0a/b\0f\0d\0\7"s}, 0, 0, L"a/b", L"d", L"f", "\7"},
-        {3,
-         {"GEOB", "\x01text/x\0\xFF\xFE"
-                  "f\0\0\0\xFF\xFE"
-                  "d\0\0\0payload"s},
-         1,
-         0,
-         L"text/x",
-         L"d",
-         L"f",
-         "payload"}, // the MIME type is Latin-1
+        // the MIME type is Latin-1
+        {3, {"GEOB", "\x01text/x\0\xFF\xFE"s + "f\0\0\0\xFF\xFE"s + "d\0\0\0payload"s}, 1, 0, L"text/x", L"d", L"f", "payload"},
         {2, {"IPL", "\3role\0name"s}, 3, 0, L"", L"", L"role", ""},
         {3, {"IPLS", "\0role\0name"s}, 0, 0, L"", L"", L"role", ""},
         {3, {"ITUN", "\3abc"}, 0, 0, L"", L"", L"", "\3abc"},
@@ -261,10 +246,7 @@ TEST(ID3v2, EachFrameKeepsItsFieldsAndReadsNothingPastTheEnd)
     const std::vector<std::pair<Frame, std::wstring>> shown = {
         // signed fields are shown widened with their sign
         {{"TIT2", "\xFFHi"s, 0x8000}, L"TIT2 size[3] flags[ffff8000] encoding[-1] type[0] text[Hi]"},
-        {{"APIC",
-          "\0image/png\0\x80"
-          "cover\0DATA"s,
-          2},
+        {{"APIC", "\0image/png\0\x80"s + "cover\0DATA"s, 2},
          L"APIC size[22] flags[2] encoding[0] type[-128] url[image/png] description[cover] binary[4][DATA]"},
         {{"PRIV", "owner\0"s + std::string(50, 'z')},
          L"PRIV size[56] flags[0] encoding[0] type[0] url[owner] binary[50][" + std::wstring(40, L'z') + L"]"},
