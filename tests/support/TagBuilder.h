@@ -49,6 +49,12 @@ inline std::string frame(int major, const Frame& f, bool syncsafeSize)
     const uint32_t size = static_cast<uint32_t>(f.body.size());
     return f.id.substr(0, n) + (syncsafeSize ? syncsafe(size, n) : be(size, n)) + (major == 2 ? "" : be(f.flags, 2)) + f.body;
 }
+// The header of a tag of the major version with the flags, then the body.
+inline std::string id3v2Tag(int major, const std::string& body, uint8_t flags = 0)
+{
+    return std::string("ID3") + static_cast<char>(major) + '\0' + static_cast<char>(flags) +
+           syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
+}
 // Header, frames and padding. Frame sizes are syncsafe in version 4 and
 // plain in the others, as taggers write them, unless told otherwise.
 inline std::string id3v2(int major, const std::vector<Frame>& frames, size_t padding = 0, uint8_t flags = 0, int syncsafeFrames = -1,
@@ -56,9 +62,7 @@ inline std::string id3v2(int major, const std::vector<Frame>& frames, size_t pad
 {
     std::string body = extendedHeader;
     for (const Frame& f : frames) body += frame(major, f, syncsafeFrames < 0 ? major == 4 : syncsafeFrames != 0);
-    body += std::string(padding, '\0');
-    return std::string("ID3") + static_cast<char>(major) + '\0' + static_cast<char>(flags) +
-           syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
+    return id3v2Tag(major, body + std::string(padding, '\0'), flags);
 }
 
 struct ApeItem {
