@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "support/Catalogue.h"
+#include "support/ReportCapture.h"
 
 using namespace testsupport;
 using namespace ZELd;
@@ -16,19 +17,6 @@ using namespace std::string_literals;
 namespace {
 
 const String kInsertDir = L"INSERT INTO STOR_DIR (DIR_ID, PATH, CREA_TS, MODI_TS) VALUES (:ID, :PATH, :TS, :TS)";
-
-// The message of the SQLException that action throws; empty when it throws none.
-std::wstring failure(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (SQLException* e) {
-        const std::wstring message = e->toString().str();
-        e->destroy();
-        return message;
-    }
-    return L"";
-}
 
 std::vector<int> ids(SQLQuery& q)
 {
@@ -70,7 +58,7 @@ TEST_P(SQLLayer, QueriesOfOneTextKeepTheirOwnRowsInsideATransaction)
          L"Parameter [PATH] of" + in + L": bytes cannot be bound as data type 13"},
         {[&] { insert.params()[2].setValue(DateTime(), 0); }, L"Parameter [TS] of" + in + L": a time cannot be bound with flags 0"},
     };
-    for (const auto& [misuse, message] : misuses) EXPECT_EQ(failure(misuse), message);
+    for (const auto& [misuse, message] : misuses) EXPECT_EQ(thrown<SQLException>(misuse), message);
     auto above = [](SQLQuery& q, int id) {
         q.prepare(L"SELECT DIR_ID FROM STOR_DIR WHERE DIR_ID > :ID ORDER BY DIR_ID");
         q.params()[0].setValue(id);

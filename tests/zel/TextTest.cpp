@@ -5,6 +5,7 @@
 #include <string>
 #include <tuple>
 
+#include "support/ReportCapture.h"
 #include "zel/DateTime.h"
 #include "zel/Decoders.h"
 #include "zel/Exception.h"
@@ -18,12 +19,9 @@ namespace {
 template <class D>
 std::wstring decoded(const D& decoder, const std::string& bytes)
 {
-    try {
-        return decoder.decode(bytes.data(), bytes.size()).str();
-    } catch (CharsetConvertException* e) {
-        e->destroy();
-        return L"refused";
-    }
+    std::wstring text;
+    const auto refused = testsupport::thrown<CharsetConvertException>([&] { text = decoder.decode(bytes.data(), bytes.size()).str(); });
+    return refused ? L"refused" : text;
 }
 
 TEST(Text, DecodersTryStringTrimAndDates)
