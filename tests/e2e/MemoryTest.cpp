@@ -33,12 +33,8 @@ TEST_P(ScaledValgrind, AStoringRunHasNoErrorAndLosesNothing)
         if (all || s.name == "built-v24ext-ape2-v1") tree.file(s.name + ".mp3", s.bytes);
     tree.file("cover.png", readFile(dataFile("tagged/cover.png")));
     const std::vector<std::string> args = {"--verbose", "--database=" + catalogue.database(), tree.root()};
-    std::vector<std::string> argv = {"/usr/bin/valgrind",
-                                     "--leak-check=full",
-                                     "--errors-for-leak-kinds=definite",
-                                     "--error-exitcode=99",
-                                     "--suppressions=" SONARCAT_SOURCE_DIR "/tests/valgrind/glibc.supp",
-                                     SONARCAT_BINARY};
+    std::vector<std::string> argv = {"/usr/bin/valgrind", "--leak-check=full", "--errors-for-leak-kinds=definite", "--error-exitcode=99"};
+    argv.insert(argv.end(), {"--suppressions=" SONARCAT_SOURCE_DIR "/tests/valgrind/glibc.supp", SONARCAT_BINARY});
     if (!all) argv.insert(argv.begin(), {"/usr/bin/taskset", "-c", "0"});
     else argv.insert(argv.begin() + 1, "--trace-children=yes");
     argv.insert(argv.end(), args.begin(), args.end());

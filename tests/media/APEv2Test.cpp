@@ -44,7 +44,7 @@ std::string startTag(const std::string& area, uint32_t size)
     return apeBlock(2000, size, 1, kHeaderFlags) + area + footer(area) + kAudio;
 }
 
-const testsupport::TempDir kDir;
+const TempDir kDir;
 
 // Writes the bytes to a file and reads its tag from the 32 bytes at the position, or by a search.
 bool readTag(APEv2& tag, const std::string& bytes, long long position)
@@ -60,38 +60,29 @@ bool readTag(APEv2& tag, const std::string& bytes, long long position)
 TEST(APEv2, SameItemsWhereverTheTagLies)
 {
     const std::vector<ApeItem> items = {{"Title", "Song"}, {"Artist", "Band"}, {"Year", "2001"}};
-    const struct {
-        std::string bytes;
-        long long position;
-        uint32_t version;
-        uint32_t flags;
-    } places[] = {
+    const std::tuple<std::string, long long, uint32_t, uint32_t> places[] = {
+        // bytes, position, version, flags
         {kAudio + ape(2000, items, true), -32, 2000, kApeHasHeader},
         {kAudio + ape(2000, items, true) + kId3v1, -160, 2000, kApeHasHeader},
         {kAudio + ape(1000, items, false) + kId3v1, -160, 1000, 0},
         {ape(2000, items, true) + kAudio, 0, 2000, kHeaderFlags},
     };
-    for (const auto& p : places) {
-        for (long long position : {p.position, kSearch}) {
-            SCOPED_TRACE(std::to_string(p.position) + (position == kSearch ? ", searched" : ", given"));
+    for (const auto& [bytes, place, version, flags] : places) {
+        for (long long position : {place, kSearch}) {
+            SCOPED_TRACE(std::to_string(place) + (position == kSearch ? ", searched" : ", given"));
             APEv2 tag;
-            ASSERT_TRUE(readTag(tag, p.bytes, position));
+            ASSERT_TRUE(readTag(tag, bytes, position));
             EXPECT_EQ(pairsOf(tag), (Pairs{{L"Title", L"Song"}, {L"Artist", L"Band"}, {L"Year", L"2001"}}));
-            EXPECT_EQ(std::tuple(tag.version(), tag.count(), tag.flags()), std::tuple(p.version, 3u, static_cast<int32_t>(p.flags)));
+            EXPECT_EQ(std::tuple(tag.version(), tag.count(), tag.flags()), std::tuple(version, 3u, static_cast<int32_t>(flags)));
         }
     }
     APEv2 none;
     EXPECT_FALSE(readTag(none, std::string(400, '\0'), kSearch));
 }
 
-using Report = testsupport::ReportCapture;
-
 TEST(APEv2, ValuesDecodedByItemTypeAndLatin1FallbackReported)
 {
-    const struct {
-        ApeItem item;
-        std::wstring text;
-    } cases[] = {
+    const std::pair<ApeItem, std::wstring> cases[] = {
         {{"Title", " \t Caf\xC3\xA9 \r\n"}, L"size[11] flags[0] key[Title] value[Caf\u00E9]"},
         {{"Artist", std::string("Song\0Other", 10)}, L"size[10] flags[0] key[Artist] value[Song]"},
         {{"Genre", "Rock", 1}, L"size[4] flags[1] key[Genre] value[Rock]"},                                      // read-only, still text
@@ -101,12 +92,12 @@ TEST(APEv2, ValuesDecodedByItemTypeAndLatin1FallbackReported)
         {{"Other", "data", 6}, L"size[4] flags[6] key[Other] value[]"},
     };
     std::string area;
-    for (const auto& c : cases) area += apeItem(c.item);
+    for (const auto& [item, text] : cases) area += apeItem(item);
     APEv2 tag;
-    Report report;
+    ReportCapture report;
     ASSERT_TRUE(readTag(tag, endTag(area), -32));
     ASSERT_EQ(tag.items().size(), std::size(cases));
-    for (const auto& c : cases) EXPECT_EQ(tag.items()[&c - cases]->toString().str(), c.text);
+    for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(tag.items()[i]->toString().str(), cases[i].second);
     // Only the value that is not UTF-8 is reported: three traces, the last with the raw value.
     const std::wstring head = L"UTF8Decoder::decode failed. retry Latin1Decoder\nItem size[3] flags[0] type[0] CharsetConvertException: ";
     const std::wstring tail = L" key[Comment] [ \u00E9 ]\n";
@@ -123,12 +114,8 @@ TEST(APEv2, DamagedAreasAndSizes)
     const std::string ahead = std::string(32, '\0') + item;                                                  // every byte before the footer
     const uint32_t fits = static_cast<uint32_t>(ahead.size()), whole = static_cast<uint32_t>(startTag(item, 0).size());
     const Pairs a1 = {{L"A", L"1"}}, song = {{L"Title", L"Song"}};
-    const struct {
-        std::string bytes;
-        long long position;
-        bool ok;
-        Pairs items;
-    } cases[] = {
+    const std::tuple<std::string, long long, bool, Pairs> cases[] = {
+        // bytes, position, read, items
         {endTag(tooLong), -32, true, {{L"A", L"1"}, {L"Long", L""}}},
         {startTag(tooLong, static_cast<uint32_t>(tooLong.size() + 32)), 0, true, {{L"A", L"1"}, {L"Long", L""}}},
         {endTag(first + le32(5) + le32(0) + "Unended"), -32, true, {{L"A", L"1"}, {L"Unended", L""}}}, // a key without its zero byte
@@ -146,10 +133,10 @@ TEST(APEv2, DamagedAreasAndSizes)
         {kAudio + item + apeBlock(2000, 0xFFFFFFFF, 1, 0) + kId3v1, -160, false, {}},
         {startTag(item, whole + 1), 0, false, {}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [bytes, position, ok, items] : cases) {
         APEv2 tag;
-        ASSERT_EQ(readTag(tag, c.bytes, c.position), c.ok) << testing::PrintToString(c.bytes);
-        EXPECT_EQ(pairsOf(tag), c.items) << testing::PrintToString(c.bytes);
+        ASSERT_EQ(readTag(tag, bytes, position), ok) << testing::PrintToString(bytes);
+        EXPECT_EQ(pairsOf(tag), items) << testing::PrintToString(bytes);
     }
 }
 
@@ -168,12 +155,7 @@ TEST(APEv2, EveryReadReleasesWhatTheLastOneLeft)
     EXPECT_EQ(pairsOf(tag), (Pairs{{L"Back", L"2"}})) << "32 bytes that are no APE block change nothing";
 
     // A key that is not ASCII fails the read; the item it was read into is released.
-    try {
-        readTag(tag, endTag(apeItem({"A", "1"}) + apeItem({"K\xC4y", "v"})), -32);
-        ADD_FAILURE() << "no exception";
-    } catch (CharsetConvertException* e) {
-        e->destroy();
-    }
+    EXPECT_TRUE(thrown<CharsetConvertException>([&] { readTag(tag, endTag(apeItem({"A", "1"}) + apeItem({"K\xC4y", "v"})), -32); }));
     EXPECT_EQ(pairsOf(tag), (Pairs{{L"A", L"1"}}));
     EXPECT_EQ(ZELDebugMemory().ownBlocks, before + 2) << "the block and the item read before";
 }

@@ -18,13 +18,8 @@ TEST(ID3v1, TrackOnlyWhenAZeroEndsTheCommentBeforeByte126)
 {
     const std::string c28(28, 'c');
     const std::wstring w28(28, L'c');
-    // comment: the 30 bytes at offsets 97 to 126, as they lie.
-    const struct {
-        std::string comment;
-        int genreByte;
-        std::wstring text;
-        int track, genre;
-    } cases[] = {
+    // The 30 bytes at offsets 97 to 126 as they lie, the genre byte; the comment, track and genre read.
+    const std::tuple<std::string, int, std::wstring, int, int> cases[] = {
         {c28 + '\0' + '\x07', 0x11, w28, 7, 17},
         {c28 + "cc", 0x7F, w28 + L"cc", 0, 127},
         {c28 + "c" + '\0', 0x80, w28 + L'c', 0, -128},
@@ -33,11 +28,11 @@ TEST(ID3v1, TrackOnlyWhenAZeroEndsTheCommentBeforeByte126)
         {std::string("ab\0", 3) + std::string(26, 'x') + '\x09', 0, L"ab", 9, 0}, // byte 125 alone decides nothing
         {c28 + '\0' + '\xC8', 0, w28, -56, 0},
     };
-    for (const auto& c : cases) {
+    for (const auto& [bytes, genreByte, comment, track, genre] : cases) {
         ID3v1 tag;
-        ASSERT_TRUE(tag.read(testsupport::id3v1("Title", "", "", "", c.comment, -1, c.genreByte).data()));
-        EXPECT_EQ(std::tuple(tag.comment().str(), tag.track(), tag.genre()), std::tuple(c.text, c.track, c.genre))
-            << testing::PrintToString(c.comment);
+        ASSERT_TRUE(tag.read(testsupport::id3v1("Title", "", "", "", bytes, -1, genreByte).data()));
+        EXPECT_EQ(std::tuple(tag.comment().str(), tag.track(), tag.genre()), std::tuple(comment, track, genre))
+            << testing::PrintToString(bytes);
     }
     ID3v1 tag;
     ASSERT_TRUE(tag.read(testsupport::id3v1(" Kept ", "\tBand", "Disc  ", " 99 ", " c ", 7).data()));

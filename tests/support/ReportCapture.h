@@ -1,9 +1,12 @@
-// Collects the debug report (traces and assertions) while the object lives.
+// Collects the debug report (traces and assertions) while the object lives;
+// tells what an action throws.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "zel/Debug.h"
+#include "zel/Exception.h"
 #include "zel/Writer.h"
 
 namespace testsupport {
@@ -15,5 +18,19 @@ struct ReportCapture : ZELd::Writer {
     void flush() override {}
     std::wstring text;
 };
+
+// The message of the E that action throws (by pointer, as the library throws; destroyed here), or none.
+template <class E, class Action>
+std::optional<std::wstring> thrown(Action&& action)
+{
+    try {
+        action();
+    } catch (E* e) {
+        const std::wstring message = e->toString().str();
+        e->destroy();
+        return message;
+    }
+    return std::nullopt;
+}
 
 } // namespace testsupport

@@ -49,6 +49,12 @@ inline std::string frame(int major, const Frame& f, bool syncsafeSize)
     const uint32_t size = static_cast<uint32_t>(f.body.size());
     return f.id.substr(0, n) + (syncsafeSize ? syncsafe(size, n) : be(size, n)) + (major == 2 ? "" : be(f.flags, 2)) + f.body;
 }
+// The header of a tag of the major version with the flags, then the body.
+inline std::string id3v2Tag(int major, const std::string& body, uint8_t flags = 0)
+{
+    return std::string("ID3") + static_cast<char>(major) + '\0' + static_cast<char>(flags) +
+           syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
+}
 // Header, frames and padding. Frame sizes are syncsafe in version 4 and
 // plain in the others, as taggers write them, unless told otherwise.
 inline std::string id3v2(int major, const std::vector<Frame>& frames, size_t padding = 0, uint8_t flags = 0, int syncsafeFrames = -1,
@@ -56,9 +62,7 @@ inline std::string id3v2(int major, const std::vector<Frame>& frames, size_t pad
 {
     std::string body = extendedHeader;
     for (const Frame& f : frames) body += frame(major, f, syncsafeFrames < 0 ? major == 4 : syncsafeFrames != 0);
-    body += std::string(padding, '\0');
-    return std::string("ID3") + static_cast<char>(major) + '\0' + static_cast<char>(flags) +
-           syncsafe(static_cast<uint32_t>(body.size()), 4) + body;
+    return id3v2Tag(major, body + std::string(padding, '\0'), flags);
 }
 
 struct ApeItem {
@@ -100,33 +104,19 @@ inline const std::vector<Sample>& samples()
         std::sort(out.begin(), out.end(), [](const Sample& a, const Sample& b) { return a.name < b.name; });
         const std::string png = readFile(dataFile("tagged/cover.png")), audio = readFile(dataFile("sine-1s.mp3"));
         using namespace std::string_literals;
-        const std::string extended = syncsafe(6, 4) + "\x01\x00"s;
-        out.push_back(
-            {"built-v24ext-ape2-v1",
-             id3v2(4,
-                   {{"TIT2", textBody("Built title", 3)},
-                    {"COMM", "\0eng"s + "desc\0a comment"s},
-                    {"TXXX", "\x01\xFF\xFE"
-                             "D\0e\0s\0c\0\0\0"
-                             "V\0a\0l\0"s},
-                    {"APIC",
-                     syncsafe(static_cast<uint32_t>(png.size()), 4) +
-                         "\0image/png\0\x03"
-                         "cover\0"s +
-                         png,
-                     0x0001}},
-                   64, 0x40, -1, extended) +
-                 audio +
-                 ape(2000, {{"Title", "Ape title"}, {"Cover Art (Front)", "cover.png\0"s + png, 2}, {"Related", "http://x/", 4}}, true) +
-                 id3v1("V1 title", "V1 artist", "V1 album", "2001", "v1 comment", 9, 17)});
-        out.push_back({"built-v22-ape1last", id3v2(2,
-                                                   {{"TT2", textBody("Two two")},
-                                                    {"COM", "\0engd\0comment"s},
-                                                    {"PIC", "\0PNG\x03"
-                                                            "desc\0"s +
-                                                                png}},
-                                                   32) +
-                                                 audio + ape(1000, {{"Title", "Ape one"}, {"Track", "3"}}, false)});
+        const std::string extended = syncsafe(6, 4) + "\x01\x00"s,
+                          picture = syncsafe(static_cast<uint32_t>(png.size()), 4) + "\0image/png\0\x03"s + "cover\0"s + png;
+        const std::vector<Frame> frames24 = {{"TIT2", textBody("Built title", 3)},
+                                             {"COMM", "\0eng"s + "desc\0a comment"s},
+                                             {"TXXX", "\x01\xFF\xFE"s + "D\0e\0s\0c\0\0\0V\0a\0l\0"s},
+                                             {"APIC", picture, 1}};
+        const std::vector<ApeItem> items = {
+            {"Title", "Ape title"}, {"Cover Art (Front)", "cover.png\0"s + png, 2}, {"Related", "http://x/", 4}};
+        out.push_back({"built-v24ext-ape2-v1", id3v2(4, frames24, 64, 0x40, -1, extended) + audio + ape(2000, items, true) +
+                                                   id3v1("V1 title", "V1 artist", "V1 album", "2001", "v1 comment", 9, 17)});
+        const std::vector<Frame> frames22 = {
+            {"TT2", textBody("Two two")}, {"COM", "\0engd\0comment"s}, {"PIC", "\0PNG\x03"s + "desc\0"s + png}};
+        out.push_back({"built-v22-ape1last", id3v2(2, frames22, 32) + audio + ape(1000, {{"Title", "Ape one"}, {"Track", "3"}}, false)});
         out.push_back({"built-ape2first-v1",
                        ape(2000, {{"Title", "First"}, {"Comment", "a\0b"s}}, true) + audio + id3v1("V1 only", "", "", "1990", "", 1, 1)});
         return out;

@@ -22,6 +22,7 @@ std::wstring leakReport()
 }
 
 struct Probe : Object {};
+auto counts(const ZELDebugMemoryStatus& s) { return std::tuple(s.ownBlocks, s.ownBytes, s.otherBlocks, s.otherBytes); }
 
 TEST(DebugAllocator, BlocksWithASourceAreListedOthersOnlyCounted)
 {
@@ -33,10 +34,8 @@ TEST(DebugAllocator, BlocksWithASourceAreListedOthersOnlyCounted)
     ZELDebugFree(own, ZELFreeBuffer, "tests/zel/leak-probe", 4243);
     ZELDebugFree(other, ZELFreeBuffer, nullptr, 0);
     const ZELDebugMemoryStatus after = ZELDebugMemory();
-    EXPECT_EQ(std::tuple(during.ownBlocks, during.ownBytes, during.otherBlocks, during.otherBytes),
-              std::tuple(before.ownBlocks + 1, before.ownBytes + 77, before.otherBlocks + 1, before.otherBytes + 1000));
-    EXPECT_EQ(std::tuple(after.ownBlocks, after.ownBytes, after.otherBlocks, after.otherBytes),
-              std::tuple(before.ownBlocks, before.ownBytes, before.otherBlocks, before.otherBytes));
+    EXPECT_EQ(counts(during), std::tuple(before.ownBlocks + 1, before.ownBytes + 77, before.otherBlocks + 1, before.otherBytes + 1000));
+    EXPECT_EQ(counts(after), counts(before));
     EXPECT_EQ(leakReport().find(L"leak-probe"), std::wstring::npos);
     const std::wstring where = L"[tests/zel/DebugAllocatorTest(" + std::to_wstring(__LINE__ + 1) + L")]";
     Probe* probe = ZEL_NEW Probe;
@@ -63,8 +62,8 @@ TEST(DebugAllocator, CountsStayExactAcrossThreadsAndCapturedTracesStayOffTheRepo
     const ZELDebugMemoryStatus during = ZELDebugMemory();
     for (void* b : blocks) ZELDebugFree(b, ZELFreeBuffer, nullptr, 0);
     const ZELDebugMemoryStatus after = ZELDebugMemory();
-    EXPECT_EQ(std::pair(during.otherBlocks, during.otherBytes), std::pair(before.otherBlocks + 100, before.otherBytes + 6400));
-    EXPECT_EQ(std::pair(after.otherBlocks, after.otherBytes), std::pair(before.otherBlocks, before.otherBytes));
+    EXPECT_EQ(counts(during), std::tuple(before.ownBlocks, before.ownBytes, before.otherBlocks + 100, before.otherBytes + 6400));
+    EXPECT_EQ(counts(after), counts(before));
     EXPECT_EQ(captured, L"from a worker 7\n");
     EXPECT_EQ(report.text, L"");
 }

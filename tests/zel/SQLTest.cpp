@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <tuple>
 
 #include "support/Catalogue.h"
+#include "support/ReportCapture.h"
 
 using namespace testsupport;
 using namespace ZELd;
@@ -15,19 +17,6 @@ using namespace std::string_literals;
 namespace {
 
 const String kInsertDir = L"INSERT INTO STOR_DIR (DIR_ID, PATH, CREA_TS, MODI_TS) VALUES (:ID, :PATH, :TS, :TS)";
-
-// The message of the SQLException that action throws; empty when it throws none.
-std::wstring failure(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (SQLException* e) {
-        const std::wstring message = e->toString().str();
-        e->destroy();
-        return message;
-    }
-    return L"";
-}
 
 std::vector<int> ids(SQLQuery& q)
 {
@@ -69,7 +58,7 @@ TEST_P(SQLLayer, QueriesOfOneTextKeepTheirOwnRowsInsideATransaction)
          L"Parameter [PATH] of" + in + L": bytes cannot be bound as data type 13"},
         {[&] { insert.params()[2].setValue(DateTime(), 0); }, L"Parameter [TS] of" + in + L": a time cannot be bound with flags 0"},
     };
-    for (const auto& [misuse, message] : misuses) EXPECT_EQ(failure(misuse), message);
+    for (const auto& [misuse, message] : misuses) EXPECT_EQ(thrown<SQLException>(misuse), message);
     auto above = [](SQLQuery& q, int id) {
         q.prepare(L"SELECT DIR_ID FROM STOR_DIR WHERE DIR_ID > :ID ORDER BY DIR_ID");
         q.params()[0].setValue(id);
@@ -111,24 +100,18 @@ TEST_P(SQLLayer, ValuesAtTheEdgesOfTheirKindsComeBackExactly)
     q.prepare(
         L"INSERT INTO STOR_FILE (FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, FILE_ER, "
         L"MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, MEDI_NF, READ_CO, CREA_TS, MODI_TS) VALUES (:ID, '', :INT, 0, 0, 1, '', :SIZE, :TS, :TS, "
-        L":TS, '', "
-        L"'', :WIDTH, 0, 0, :REPORT, 0, :TS, :TS)");
-    const struct {
-        long long id;
-        int signed32;
-        unsigned long long size;
-        unsigned int width;
-        std::wstring report;
-    } rows[] = {
+        L":TS, '', '', :WIDTH, 0, 0, :REPORT, 0, :TS, :TS)");
+    const std::tuple<long long, int, unsigned long long, unsigned int, std::wstring> rows[] = {
+        // ID, INT, SIZE, WIDTH, REPORT
         {INT64_MAX, INT32_MIN, INT64_MAX, UINT32_MAX, report},
         {1, INT32_MAX, 0, 0x80000000u, L""},
     };
-    for (const auto& row : rows) {
-        q.params().byName(L"ID")->setValue(row.id);
-        q.params().byName(L"INT")->setValue(row.signed32);
-        q.params().byName(L"SIZE")->setValue(row.size);
-        q.params().byName(L"WIDTH")->setValue(row.width);
-        q.params().byName(L"REPORT")->setValue(String(row.report), SQL::Text);
+    for (const auto& [id, signed32, size, width, text] : rows) {
+        q.params().byName(L"ID")->setValue(id);
+        q.params().byName(L"INT")->setValue(signed32);
+        q.params().byName(L"SIZE")->setValue(size);
+        q.params().byName(L"WIDTH")->setValue(width);
+        q.params().byName(L"REPORT")->setValue(String(text), SQL::Text);
         q.params().byName(L"TS")->setValue(DateTime(), SQL::TimestampWithoutZone);
         q.execute();
     }
