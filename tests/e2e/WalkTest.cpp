@@ -321,7 +321,7 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
         for (const std::string& p : {std::filesystem::path(r.catalogue.file()).parent_path().string(), r.catalogue.file()})
             (void)!::chown(p.c_str(), 65534, 65534);
         std::vector<std::string> argv = {SONARCAT_BINARY, "--verbose", "--database=" + r.catalogue.database(),
-                                         r.kill ? "--probe-timeout=0" : "--probe-timeout=1", root};
+                                         r.kill ? "--probe-timeout=0" : "--probe-timeout=3", root};
         if (r.oneCore) argv.insert(argv.begin(), {"/usr/bin/taskset", "-c", "0"});
         Program program(argv, asNobody());
         for (auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60); r.kill && program.running() && !killHolders(hang);)
@@ -333,7 +333,7 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
         for (std::string* text : {&r.result.out, &r.result.err})
             for (size_t at; (at = text->find(r.kill ? killed : timedOut)) != std::string::npos;)
                 text->replace(at, (r.kill ? killed : timedOut).size(), "<note>");
-        for (const std::string& own : {r.catalogue.database(), std::string(r.kill ? "=0 values[" : "=1 values[")})
+        for (const std::string& own : {r.catalogue.database(), std::string(r.kill ? "=0 values[" : "=3 values[")})
             for (size_t at; (at = r.result.out.find(own)) != std::string::npos;) r.result.out.replace(at, own.size(), "<own>");
     }
     EXPECT_NE(maskTimes(runs[0].result.out).find("FILE[f-hang.mp3]\n    tags[000] size[33] mtime[<time>] notes[<note>]\n"),
