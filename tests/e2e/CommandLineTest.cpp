@@ -43,7 +43,7 @@ TEST(CommandLine, RefusedLinesPrintWhyAndRunNothing)
         const Result r = sonarcat(c.args);
         EXPECT_EQ(std::tuple(r.status, r.out), std::tuple(0, std::string())) << c.message;
         EXPECT_EQ(r.err.rfind("sonarcat: " + c.message + "\nTry 'sonarcat --help' for more information.\n", 0), 0u) << r.err;
-        EXPECT_EQ(r.err.find("Memory"), std::string::npos) << "a clean exit says nothing of memory: " << r.err;
+        EXPECT_FALSE(has(r.err, "Memory")) << "a clean exit says nothing of memory: " << r.err;
     }
 }
 
@@ -52,9 +52,9 @@ TEST(CommandLine, HelpAndVersionRunNothing)
     const Result help = sonarcat({"--help"});
     EXPECT_EQ(help.out.rfind("sonarcat 1.1.2\nCollects mp3 tags\n", 0), 0u) << help.out;
     // Each option's text is checked against the manual page below.
-    EXPECT_NE(help.out.find("\nThe following options should be grouped together:\n  -d, --database=STRING"), std::string::npos) << help.out;
+    EXPECT_TRUE(has(help.out, "\nThe following options should be grouped together:\n  -d, --database=STRING")) << help.out;
     EXPECT_EQ(occurrences(help.out, "\n\t\t\t    DRIVER="), 9u);
-    EXPECT_EQ(help.out.find("Start ["), std::string::npos);
+    EXPECT_FALSE(has(help.out, "Start ["));
     const Result version = sonarcat({"--version"});
     EXPECT_EQ(std::tuple(version.out, help.err, version.err), std::tuple(std::string("sonarcat 1.1.2\n"), std::string(), std::string()));
 }
@@ -74,7 +74,7 @@ TEST(CommandLine, ManualPageRepeatsTheHelpTexts)
         if (text == std::string::npos && std::getline(help, line))
             text = line.find_first_not_of(' '); // a long label: the text on the next line
         ASSERT_LT(text, line.size()) << line;
-        EXPECT_NE(manual.find(line.substr(text)), std::string::npos) << line;
+        EXPECT_TRUE(has(manual, line.substr(text))) << line;
         ++texts;
     }
     EXPECT_EQ(texts, 9u + 9u) << "nine options and nine connection strings";
@@ -105,7 +105,7 @@ TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
         {{"-vu", "-dDRIVER=X", "/a"},
          "sonarcat --verbose=true --summary=false --database=DRIVER=X --dry-run=false --update=true values[/a]"},
     };
-    for (const auto& f : forms) EXPECT_NE(sonarcat(f.args).out.find("\n      [" + f.options + "]\n"), std::string::npos) << f.options;
+    for (const auto& f : forms) EXPECT_TRUE(has(sonarcat(f.args).out, "\n      [" + f.options + "]\n")) << f.options;
 }
 
 // --charset reads what tags mark as Latin-1 in the set it names: ID3v1 fields, ID3v2 text of encoding 0 and of the values no version
@@ -153,7 +153,7 @@ TEST(CommandLine, CharsetReadsWhatTagsMarkAsLatin1)
     for (const auto& c : cases) {
         writeFile(dir / (c.charset + ".mp3"), c.bytes);
         const std::string out = sonarcat({"--verbose", "--charset=" + c.charset, dir / (c.charset + ".mp3")}).out;
-        for (const std::string& line : c.lines) EXPECT_NE(out.find(line), std::string::npos) << line << "\n" << out;
+        for (const std::string& line : c.lines) EXPECT_TRUE(has(out, line)) << line << "\n" << out;
     }
     // ISO-8859-1 prints what no option prints, but for the options line.
     std::string plain = maskTimes(sonarcat({"--verbose", dir / "cp1251.mp3"}).out);
@@ -172,11 +172,11 @@ TEST(CommandLine, AStatusLineOnATerminalOnly)
     ::mkfifo((dir / "b-fifo.mp3").c_str(), 0644); // an error line
     const std::string erase = "\r\033[K", program = std::string(SONARCAT_BINARY) + " '" + dir.path() + "'";
     const Result terminal = run({"/usr/bin/script", "-qec", program + " > '" + elsewhere / "report" + "'", "/dev/null"});
-    EXPECT_NE(terminal.out.find(" files, "), std::string::npos) << terminal.out;
-    EXPECT_NE(terminal.out.find(erase + "IOException: Open Failed: not a regular file ["), std::string::npos) << terminal.out;
+    EXPECT_TRUE(has(terminal.out, " files, ")) << terminal.out;
+    EXPECT_TRUE(has(terminal.out, erase + "IOException: Open Failed: not a regular file [")) << terminal.out;
     EXPECT_EQ(terminal.out.substr(terminal.out.size() - erase.size()), erase) << "the terminal is left clean";
     const Result plain = sonarcat({dir.path()});
-    EXPECT_EQ(plain.err.find('\r'), std::string::npos) << plain.err;
+    EXPECT_FALSE(has(plain.err, "\r")) << plain.err;
     EXPECT_EQ(maskTimes(readFile(elsewhere / "report")), maskTimes(plain.out));
 }
 
@@ -189,8 +189,8 @@ TEST(CommandLine, UnusableMediaInfoLibraryEndsWithTheFinalWarning)
     EXPECT_EQ(maskTimes(r.out).rfind("Start [<time>]\n      [sonarcat --verbose=true", 0), 0u) << r.out;
     EXPECT_EQ(r.out.substr(r.out.size() - 81), kRule + "\n") << "no Finish line";
     EXPECT_EQ(r.err.rfind("Warning!! Final Exception: DllException: Cannot load [libmediainfo.so.0]: ", 0), 0u) << r.err;
-    EXPECT_NE(r.err.find("undefined symbol: MediaInfo_New"), std::string::npos) << r.err;
-    EXPECT_EQ(r.err.find("Memory:"), std::string::npos) << "no leak report on the final path";
+    EXPECT_TRUE(has(r.err, "undefined symbol: MediaInfo_New")) << r.err;
+    EXPECT_FALSE(has(r.err, "Memory:")) << "no leak report on the final path";
 }
 
 } // namespace

@@ -100,7 +100,7 @@ void expectNextRunStoresAll(const Catalogue& c, const std::vector<std::string>& 
 {
     const Stored before = read(c);
     const Result r = sonarcat({"--database=" + c.database(), top}, {}, 600);
-    EXPECT_EQ(r.err.find("Exception"), std::string::npos) << r.err;
+    EXPECT_FALSE(has(r.err, "Exception")) << r.err;
     const Stored after = read(c);
     expectWhole(after, clean);
     ASSERT_EQ(after.files.size(), before.files.size() + paths.size());
@@ -336,8 +336,7 @@ TEST(ScaledOutputFails, EndsTheWalkWithOneMessageAndNoFileInPart)
             continue;
         }
         EXPECT_EQ(occurrences(r.err, "Exception"), 1u) << r.err;
-        EXPECT_NE(r.err.find(std::string("IOException: Write Failed [descriptor 1] (") + std::strerror(c.error) + ")\n"), std::string::npos)
-            << r.err;
+        EXPECT_TRUE(has(r.err, std::string("IOException: Write Failed [descriptor 1] (") + std::strerror(c.error) + ")\n")) << r.err;
         EXPECT_LT(stored.files.size(), files / 2) << "the walk went on";
     }
     ::close(pipe[1]), ::close(full);

@@ -97,9 +97,7 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
     auto r = store({"--verbose"});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string a = top + "/", s = top + "/" + kSub;
-    EXPECT_NE(r.err.find("Title is NULL TAG Title[] Artist[] Album[] Year[] Comment[] Track[0] Genre[0] [" + s + "s1.mp3]\n"),
-              std::string::npos)
-        << r.err;
+    EXPECT_TRUE(has(r.err, "Title is NULL TAG Title[] Artist[] Album[] Year[] Comment[] Track[0] Genre[0] [" + s + "s1.mp3]\n")) << r.err;
 
     EXPECT_EQ(catalogue.rows("SELECT DIR_ID, PATH FROM STOR_DIR ORDER BY DIR_ID"),
               (std::vector<Row>{{"1001", a}, {"1002", s}, {"1003", a}}));
@@ -119,8 +117,8 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
         catalogue.rows("SELECT MEDI_NF, " + catalogue.fill(catalogue.engine().time, "FILE_MT") + " FROM STOR_FILE WHERE FILE_ID = 10001");
     ASSERT_EQ(a1.size(), 1u);
     EXPECT_EQ(a1[0][0].rfind("General\nFormat: MPEG Audio\n", 0), 0u) << a1[0][0];
-    EXPECT_NE(r.out.find("-\n" + a1[0][0] + "\n"), std::string::npos) << "report text differs from MEDI_NF";
-    EXPECT_NE(r.out.find("FILE[a1.mp3]\n    tags[321] size[" + size("a1.mp3") + "] mtime[" + a1[0][1] + "]"), std::string::npos);
+    EXPECT_TRUE(has(r.out, "-\n" + a1[0][0] + "\n")) << "report text differs from MEDI_NF";
+    EXPECT_TRUE(has(r.out, "FILE[a1.mp3]\n    tags[321] size[" + size("a1.mp3") + "] mtime[" + a1[0][1] + "]"));
 
     EXPECT_EQ(catalogue.rows("SELECT FILE_ID, TITLE, ARTIST, ALBUM, YEAR_, COMMENT_, TRACK, GENRE FROM ID3V1 ORDER BY FILE_ID"),
               (std::vector<Row>{{"10001", "Alpha", kNull, kNull, kNull, kNull, "7", "-1"},
@@ -149,11 +147,10 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
                                 {"10001", "3", "8", "4", "Link", kNull},
                                 {"10002", "1", "4", "0", "Title", "Ape1"}}));
     // The verbose traces follow the rows out.
-    EXPECT_NE(
-        r.out.find("    INSERT STOR_FILE [10001][a1.mp3]\n    INSERT ID3V1\n    INSERT ID3V2 ID3V2_FRAME[7]\n    INSERT APE APE_ITEM[3]\n"),
-        std::string::npos)
+    EXPECT_TRUE(
+        has(r.out, "    INSERT STOR_FILE [10001][a1.mp3]\n    INSERT ID3V1\n    INSERT ID3V2 ID3V2_FRAME[7]\n    INSERT APE APE_ITEM[3]\n"))
         << r.out;
-    EXPECT_NE(r.out.find("    INSERT STOR_DIR [1003][" + a + "]\n    INSERT STOR_FILE [10003][c2.mp3]\n"), std::string::npos);
+    EXPECT_TRUE(has(r.out, "    INSERT STOR_DIR [1003][" + a + "]\n    INSERT STOR_FILE [10003][c2.mp3]\n"));
 }
 
 // A dry run connects and writes nothing; each run after it continues from the stored ids.
@@ -161,13 +158,13 @@ TEST_P(Storing, DryRunWritesNothingAndEachRunContinuesFromTheStoredIds)
 {
     database = loosely(database, catalogue.engine().driver != "ZELODBC");
     auto r = store({"--dry-run"});
-    EXPECT_NE(r.out.find("Database connected. ["), std::string::npos);
-    EXPECT_NE(r.out.find("FILE[a1.mp3]"), std::string::npos);
-    EXPECT_EQ(r.out.find("INSERT"), std::string::npos);
+    EXPECT_TRUE(has(r.out, "Database connected. ["));
+    EXPECT_TRUE(has(r.out, "FILE[a1.mp3]"));
+    EXPECT_FALSE(has(r.out, "INSERT"));
     EXPECT_EQ(catalogue.count("STOR_FILE") + catalogue.count("STOR_DIR"), "00");
     store();
     r = store();
-    EXPECT_NE(r.out.find("    INSERT STOR_DIR [1004][" + top + "/]\n    INSERT STOR_FILE [10006][a1.mp3]\n"), std::string::npos) << r.out;
+    EXPECT_TRUE(has(r.out, "    INSERT STOR_DIR [1004][" + top + "/]\n    INSERT STOR_FILE [10006][a1.mp3]\n")) << r.out;
     EXPECT_EQ(catalogue.rows("SELECT COUNT(*), MIN(FILE_ID), MAX(FILE_ID) FROM STOR_FILE"), (std::vector<Row>{{"10", "10001", "10010"}}));
     EXPECT_EQ(catalogue.rows("SELECT MAX(DIR_ID) FROM STOR_DIR"), (std::vector<Row>{{"1006"}}));
 }
@@ -179,7 +176,7 @@ TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
                             readFile(dataFile("sine-1s.mp3")) + ape(2000, {{"Title", "Bad"}}, true) + id3v1("Bad"));
     for (const std::string& sql : catalogue.engine().rejectFrame) catalogue.rows(catalogue.fill(sql, "TBAD"));
     auto r = store();
-    EXPECT_NE(r.err.find("frame rejected"), std::string::npos) << r.err;
+    EXPECT_TRUE(has(r.err, "frame rejected")) << r.err;
     for (const char* table : {"STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
         EXPECT_EQ(catalogue.rows(std::string("SELECT COUNT(*) FROM ") + table + " WHERE FILE_ID = 10001"), (std::vector<Row>{{"0"}}))
             << table;
@@ -219,21 +216,21 @@ TEST_P(Storing, UpdateLeavesWhatAFreshRunStores)
 {
     store();
     store();
-    EXPECT_NE(store({"--update"}).out.find("\nUpdate: new[0] changed[5] unchanged[0] removed[0]\n"), std::string::npos);
+    EXPECT_TRUE(has(store({"--update"}).out, "\nUpdate: new[0] changed[5] unchanged[0] removed[0]\n"));
     Result r = store({"--update", "--verbose"});
-    EXPECT_NE(r.out.find("\nUpdate: new[0] changed[0] unchanged[5] removed[0]\n"), std::string::npos) << r.out;
-    EXPECT_EQ(r.out.find("FILE["), std::string::npos) << "an unchanged file is neither read nor reported";
+    EXPECT_TRUE(has(r.out, "\nUpdate: new[0] changed[0] unchanged[5] removed[0]\n")) << r.out;
+    EXPECT_FALSE(has(r.out, "FILE[")) << "an unchanged file is neither read nor reported";
     write("c2.mp3", readFile(tree / "c2.mp3") + "more");
     std::filesystem::last_write_time(tree / "a1.mp3", std::filesystem::last_write_time(tree / "a1.mp3") - std::chrono::hours(48));
     write("b0-new.mp3", readFile(dataFile("sine-1s.mp3")));
     std::filesystem::remove(tree / "d-n\u00F6tes.txt");
     std::filesystem::remove_all(tree / kSub);
     const std::string counts = "\nUpdate: new[1] changed[2] unchanged[1] removed[2]\n";
-    EXPECT_NE(store({"--update", "--dry-run"}).out.find(counts), std::string::npos);
+    EXPECT_TRUE(has(store({"--update", "--dry-run"}).out, counts));
     EXPECT_EQ(catalogue.count("STOR_FILE"), "5") << "a dry update writes nothing";
-    EXPECT_NE(store({"--update"}).out.find(counts), std::string::npos);
+    EXPECT_TRUE(has(store({"--update"}).out, counts));
     Catalogue fresh(GetParam(), Catalogue::Empty); // the first run makes the tables
-    EXPECT_NE(sonarcat({"--database=" + fresh.database(), top}).out.find("\nTables made. ["), std::string::npos);
+    EXPECT_TRUE(has(sonarcat({"--database=" + fresh.database(), top}).out, "\nTables made. ["));
     EXPECT_EQ(filesByPath(catalogue), filesByPath(fresh));
     EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM STOR_DIR d WHERE NOT EXISTS (SELECT * FROM STOR_FILE f WHERE f.DIR_ID = d.DIR_ID)"),
               std::vector<Row>{{"0"}});
@@ -263,7 +260,7 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
                 std::vector<std::string>{SONARCAT_BINARY, "--database=" + database, dir / ("disk" + std::to_string(k))}));
         for (auto& run : runs) {
             const std::string err = run->finish(600).err;
-            EXPECT_EQ(err.find("Exception"), std::string::npos) << err;
+            EXPECT_FALSE(has(err, "Exception")) << err;
         }
         std::map<std::string, std::vector<long long>> ids; // a path's file ids in id order
         for (const Row& r :
@@ -283,7 +280,7 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
     for (int k = 0; k < 4; ++k)
         updates.push_back(std::make_unique<Program>(
             std::vector<std::string>{SONARCAT_BINARY, "--update", "--database=" + database, dir / ("disk" + std::to_string(k))}));
-    for (auto& update : updates) EXPECT_EQ(update->finish(600).err.find("Exception"), std::string::npos);
+    for (auto& update : updates) EXPECT_FALSE(has(update->finish(600).err, "Exception"));
     for (const char* table : {"STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
         EXPECT_EQ(catalogue.count(table), std::to_string(4 * files)) << table;
 }
@@ -302,12 +299,12 @@ TEST(StoringUpdate, RemovesNothingWhereTheWalkDidNotReach)
     for (const char* gone : {"a/1.mp3", "m/3.mp3", "z/4.mp3"}) std::filesystem::remove(tree / gone);
     tree.nest("b", std::string(200, 'x'), 25); // a path too long: the walk stops there
     Result r = sonarcat({"--update", database, tree.root()});
-    EXPECT_NE(r.out.find("\nUpdate: new[0] changed[0] unchanged[1] removed[1]\n"), std::string::npos) << r.out;
-    EXPECT_NE(r.err.find("(File name too long)"), std::string::npos) << r.err;
+    EXPECT_TRUE(has(r.out, "\nUpdate: new[0] changed[0] unchanged[1] removed[1]\n")) << r.out;
+    EXPECT_TRUE(has(r.err, "(File name too long)")) << r.err;
     const std::vector<Row> kept = {{"2.mp3"}, {"3.mp3"}, {"4.mp3"}};
     EXPECT_EQ(catalogue.rows("SELECT NAME FROM STOR_FILE ORDER BY NAME"), kept);
     r = sonarcat({"--update", database, dir / "elsewhere"});
-    EXPECT_NE(r.err.find("elsewhere"), std::string::npos) << r.err;
+    EXPECT_TRUE(has(r.err, "elsewhere")) << r.err;
     EXPECT_EQ(catalogue.rows("SELECT NAME FROM STOR_FILE ORDER BY NAME"), kept);
 }
 
@@ -318,10 +315,10 @@ void expectNoWalk(const std::string& database, const std::string& message, const
     auto r = sonarcat({"--database=" + database, dir.path()}, launch);
     SCOPED_TRACE(database);
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.find("FILE["), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("Finish ["), std::string::npos);
+    EXPECT_FALSE(has(r.out, "FILE[")) << r.out;
+    EXPECT_TRUE(has(r.out, "Finish ["));
     EXPECT_EQ(occurrences(r.err, "Exception: "), 1u) << r.err;
-    EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
+    EXPECT_TRUE(has(r.err, message)) << r.err;
 }
 
 // ... nor one that holds only some of its tables, which is left as it is.
@@ -341,8 +338,8 @@ TEST(StoringFirstUse, ADryRunMakesNoCatalogue)
     writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
     for (const char* update : {"--dry-run", "--update"}) {
         const Result r = sonarcat({"--dry-run", update, "--database=DRIVER=ZELSQLite3;DATABASE=" + dir / "new.db", dir.path()});
-        EXPECT_NE(r.out.find("\nThe catalogue has no tables: a run without --dry-run makes them.\n"), std::string::npos) << r.out << r.err;
-        EXPECT_NE(r.out.find("FILE[a.mp3]"), std::string::npos);
+        EXPECT_TRUE(has(r.out, "\nThe catalogue has no tables: a run without --dry-run makes them.\n")) << r.out << r.err;
+        EXPECT_TRUE(has(r.out, "FILE[a.mp3]"));
         EXPECT_FALSE(std::filesystem::exists(dir / "new.db"));
     }
 }
@@ -388,11 +385,10 @@ TEST(StoringRefused, InstalledProgramFindsItsModulesAndNamesMissingPackages)
     writeFile(dir / "c.sqlite3", ""); // an empty file is an empty database
     const std::string program = prefix / "bin/sonarcat";
     const Result found = run({program, "--dry-run", "--database=DRIVER=ZELSQLite3;DATABASE=" + dir / "c.sqlite3", dir.path()});
-    EXPECT_NE(found.out.find("Database connected."), std::string::npos) << found.err;
+    EXPECT_TRUE(has(found.out, "Database connected.")) << found.err;
     const Result missing = run({program, "--database=DRIVER=ZELPostgreSQL;DATABASE=music", dir.path()});
     const std::string modules = std::filesystem::canonical(prefix.path()).string() + "/lib/sonarcat/";
-    EXPECT_NE(missing.err.find("or in " + modules + "; install the package sonarcat-postgresql; installed drivers: ZELSQLite3"),
-              std::string::npos)
+    EXPECT_TRUE(has(missing.err, "or in " + modules + "; install the package sonarcat-postgresql; installed drivers: ZELSQLite3"))
         << missing.err;
 }
 
@@ -402,9 +398,7 @@ TEST(StoringRefused, NoDriverKeyMeansNoDatabase)
     writeFile(dir / "a.mp3", readFile(dataFile("sine-1s.mp3")));
     for (const char* database : {"DATABASE=x.sqlite3", "DRIVER=   ;DATABASE=x"}) {
         const std::string out = sonarcat({"--verbose", "--database=" + std::string(database), dir.path()}).out;
-        EXPECT_TRUE(out.find("FILE[a.mp3]") != std::string::npos && out.find("Database connected") == std::string::npos &&
-                    out.find("INSERT") == std::string::npos)
-            << out;
+        EXPECT_TRUE(has(out, "FILE[a.mp3]") && !has(out, "Database connected") && !has(out, "INSERT")) << out;
     }
 }
 

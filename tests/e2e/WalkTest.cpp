@@ -223,7 +223,7 @@ TEST_F(Walk, ThePlainReportListsEveryEntryWithItsReasonInEveryLocale)
         expectInOrder(r.err, errors);
         expectInOrder(r.err, {"Link to a directory above skipped [" + root + "/g-deep/up]\n",
                               "Link to a directory above skipped [" + root + "/i-self]\n"});
-        EXPECT_EQ(r.err.find("Memory"), std::string::npos) << r.err;
+        EXPECT_FALSE(has(r.err, "Memory")) << r.err;
     }
 }
 
@@ -235,7 +235,7 @@ TEST_F(Walk, TheVerboseReportShowsEveryTagSectionInItsOrder)
     static const std::regex media("(" + kSectionRule + "\n)(General\n(Format: [^\n]*\n)?)[\\s\\S]*?\n(?=" + kFileRule + "\n)");
     EXPECT_EQ(std::regex_replace(maskTimes(r.out), media, "$1$2<report>\n"),
               framed("--verbose=true --summary=false --database= --dry-run=false", report(true, errors)));
-    for (const char* gone : {"Complete name", "\r", " :"}) EXPECT_EQ(r.out.find(gone), std::string::npos) << gone;
+    for (const char* gone : {"Complete name", "\r", " :"}) EXPECT_FALSE(has(r.out, gone)) << gone;
 }
 
 TEST_F(Walk, TheCensusCountsEveryTagKindAndEveryFailure)
@@ -244,7 +244,7 @@ TEST_F(Walk, TheCensusCountsEveryTagKindAndEveryFailure)
     EXPECT_EQ(maskTimes(r.out), framed("--verbose=true --summary=true --database= --dry-run=false", census()));
     std::vector<std::string> errors;
     report(false, errors);
-    errors.erase(std::remove_if(errors.begin(), errors.end(), [](auto& e) { return e.find(".mp3]") == std::string::npos; }), errors.end());
+    errors.erase(std::remove_if(errors.begin(), errors.end(), [](auto& e) { return !has(e, ".mp3]"); }), errors.end());
     expectInOrder(r.err, errors);
     const std::string total = census().substr(census().rfind("\n[", census().size() - 2) + 1);
     EXPECT_EQ(maskTimes(sonarcat({"--summary", "--database=DRIVER=ZELSQLite3;DATABASE=/nonexistent/x.sqlite3", root}, asNobody()).out),
@@ -261,8 +261,8 @@ TEST_F(Walk, AFileGivenAloneIsReadWhateverItsName)
                                                          {"v5.mp3", "ID3v1[0] ID3v22[0] ID3v23[0]"}};
     for (const auto& [name, tags] : files) {
         const std::string path = root + "/" + name, block = tree.substr(tree.find("FILE[" + name + "]"));
-        EXPECT_NE(maskTimes(sonarcat({path}).out).find(block.substr(0, block.find(kFileRule))), std::string::npos) << path;
-        EXPECT_NE(sonarcat({"--summary", path}).out.find("[" + path + "] " + tags), std::string::npos) << path;
+        EXPECT_TRUE(has(maskTimes(sonarcat({path}).out), block.substr(0, block.find(kFileRule)))) << path;
+        EXPECT_TRUE(has(sonarcat({"--summary", path}).out, "[" + path + "] " + tags)) << path;
     }
 }
 
@@ -277,7 +277,7 @@ TEST_F(Walk, StoredNamesAreValidUtf8OnEveryEngine)
             for (const std::string& p : {std::filesystem::path(catalogue.file()).parent_path().string(), catalogue.file()})
                 (void)!::chown(p.c_str(), 65534, 65534);
         const Result r = sonarcat({"--database=" + catalogue.database(), root}, asNobody(), 120);
-        EXPECT_EQ(r.err.find("SQLException"), std::string::npos) << r.err;
+        EXPECT_FALSE(has(r.err, "SQLException")) << r.err;
         const auto names = catalogue.rows("SELECT FILE_NM FROM STOR_FILE ORDER BY FILE_ID");
         ASSERT_EQ(names.size(), occurrences(r.out, "\nFILE[")) << engine;
         EXPECT_NE(std::find(names.begin(), names.end(), Row{"a-bad\xef\xbf\xbd\xef\xbf\xbd.mp3"}), names.end()) << engine;
@@ -336,11 +336,10 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
         for (const std::string& own : {r.catalogue.database(), std::string(r.kill ? "=0 values[" : "=3 values[")})
             for (size_t at; (at = r.result.out.find(own)) != std::string::npos;) r.result.out.replace(at, own.size(), "<own>");
     }
-    EXPECT_NE(maskTimes(runs[0].result.out).find("FILE[f-hang.mp3]\n    tags[000] size[33] mtime[<time>] notes[<note>]\n"),
-              std::string::npos)
+    EXPECT_TRUE(has(maskTimes(runs[0].result.out), "FILE[f-hang.mp3]\n    tags[000] size[33] mtime[<time>] notes[<note>]\n"))
         << runs[0].result.out;
     EXPECT_EQ(occurrences(runs[0].result.err, "IOException: <note>\n"), 1u) << runs[0].result.err;
-    EXPECT_NE(runs[0].result.out.find("INSERT STOR_FILE"), std::string::npos) << runs[0].result.err;
+    EXPECT_TRUE(has(runs[0].result.out, "INSERT STOR_FILE")) << runs[0].result.err;
     for (const char* table : {"SELECT DIR_ID, PATH FROM STOR_DIR ORDER BY 1",
                               "SELECT FILE_ID, NAME, USER_ID, STOR_ID, TYPE_ID, DIR_ID, FILE_NM, FILE_SZ, FILE_AT, FILE_MT, FILE_CT, "
                               "REPLACE(REPLACE(FILE_ER, 'Timeout', '-'), 'Crashed (SIGKILL)', '-'), MEDI_FM, MEDI_WI, MEDI_HE, MEDI_DU, "
@@ -414,9 +413,9 @@ TEST(WalkStops, AtWhatCannotBeWalkedWithTheClosingLines)
     };
     for (const auto& [args, error] : cases) {
         const Result r = sonarcat(args, asNobody());
-        EXPECT_NE(r.err.find(error), std::string::npos) << r.err;
-        EXPECT_EQ(r.out.find("z-last.mp3"), std::string::npos) << r.out;
-        EXPECT_EQ(args.size() == 1, r.out.find("FILE[a-first.mp3]") != std::string::npos) << r.out;
+        EXPECT_TRUE(has(r.err, error)) << r.err;
+        EXPECT_FALSE(has(r.out, "z-last.mp3")) << r.out;
+        EXPECT_EQ(args.size() == 1, has(r.out, "FILE[a-first.mp3]")) << r.out;
         EXPECT_EQ(r.out.substr(r.out.rfind(kFileRule + "\n")).rfind(kFileRule + "\nFinish [", 0), 0u) << r.out;
     }
 }

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <regex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -166,6 +167,7 @@ inline std::string maskTimes(const std::string& text)
     return std::regex_replace(text, stamp, "<time>");
 }
 
+inline bool has(std::string_view text, std::string_view what) { return text.find(what) != std::string_view::npos; }
 inline size_t occurrences(const std::string& text, const std::string& what)
 {
     size_t n = 0;
