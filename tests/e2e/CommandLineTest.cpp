@@ -47,37 +47,31 @@ TEST(CommandLine, RefusedLinesPrintWhyAndRunNothing)
     }
 }
 
-TEST(CommandLine, HelpAndVersionRunNothing)
+// --help and --version run nothing. The manual page repeats each option's help text and every connection-string example of
+// --help, so that the two cannot drift apart.
+TEST(CommandLine, HelpAndVersionRunNothingAndTheManualPageRepeatsTheHelp)
 {
-    const Result help = sonarcat({"--help"});
+    const Result help = sonarcat({"--help"}), version = sonarcat({"--version"});
     EXPECT_EQ(help.out.rfind("sonarcat 1.1.2\nCollects mp3 tags\n", 0), 0u) << help.out;
-    // Each option's text is checked against the manual page below.
     EXPECT_TRUE(has(help.out, "\nThe following options should be grouped together:\n  -d, --database=STRING")) << help.out;
-    EXPECT_EQ(occurrences(help.out, "\n\t\t\t    DRIVER="), 9u);
     EXPECT_FALSE(has(help.out, "Start ["));
-    const Result version = sonarcat({"--version"});
     EXPECT_EQ(std::tuple(version.out, help.err, version.err), std::tuple(std::string("sonarcat 1.1.2\n"), std::string(), std::string()));
-}
-
-// The manual page repeats each option's help text and every connection-string
-// example of --help, so that the two cannot drift apart.
-TEST(CommandLine, ManualPageRepeatsTheHelpTexts)
-{
     std::string manual = readFile(std::string(SONARCAT_SOURCE_DIR) + "/doc/sonarcat.1");
     for (size_t at; (at = manual.find("\\-")) != std::string::npos;) manual.erase(at, 1); // troff's minus
-    std::istringstream help(sonarcat({"--help"}).out);
-    size_t texts = 0;
-    for (std::string line; std::getline(help, line);) {
+    std::istringstream lines(help.out);
+    size_t texts = 0, examples = 0;
+    for (std::string line; std::getline(lines, line);) {
         const size_t start = line.find_first_not_of(" \t");
         if (start == std::string::npos || (line[0] != '\t' && line[start] != '-')) continue;
+        examples += line.rfind("\t\t\t    DRIVER=", 0) == 0;
         size_t text = line[0] == '\t' ? start : line.find_first_not_of(' ', line.find("  ", start));
-        if (text == std::string::npos && std::getline(help, line))
+        if (text == std::string::npos && std::getline(lines, line))
             text = line.find_first_not_of(' '); // a long label: the text on the next line
         ASSERT_LT(text, line.size()) << line;
         EXPECT_TRUE(has(manual, line.substr(text))) << line;
         ++texts;
     }
-    EXPECT_EQ(texts, 9u + 9u) << "nine options and nine connection strings";
+    EXPECT_EQ(std::tuple(texts, examples), std::tuple(9u + 9u, 9u)) << "nine options and nine connection strings";
 }
 
 TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
