@@ -23,12 +23,6 @@ using namespace testsupport;
 
 namespace {
 
-std::string raw(std::initializer_list<int> bytes)
-{
-    std::string s;
-    for (int b : bytes) s += static_cast<char>(b);
-    return s;
-}
 std::string patched(std::string s, size_t at, int value) { return s.replace(at, 1, 1, static_cast<char>(value)); }
 std::wstring ids(const ID3v2& t)
 {
@@ -97,27 +91,27 @@ TEST(ID3v2, FrameSizesTheWalkAndItsTraces)
         {id3v2(4, {k200}, 1000), 8, L"TIT2", 328, L""},
         {id3v2(3, {k200}), 8, L"TIT2", 200, L""}, // 00 00 00 C8
         {id3v2(2, {{"TT2", k200.body}}, 10), 8, L"TT2", 200, L""},
-        {id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7, L""},                                  // ends at the body's end
-        {id3v2Tag(3, hello + raw({0, 0, 0, 0}) + frame(3, kWorld, false)), 8, L"TIT2", 7, L""}, // after the padding: ignored
+        {id3v2(3, {kHello, kWorld}), 8, L"TIT2,TPE1", 7, L""},                            // ends at the body's end
+        {id3v2Tag(3, hello + "\0\0\0\0"s + frame(3, kWorld, false)), 8, L"TIT2", 7, L""}, // after the padding: ignored
         {id3v2(3, {}), 8, L"", 0, L""},
         {id3v2(3, {}, 64), 8, L"", 0, L""},
         {id3v2(3, {kHello, {"TPE1", ""}}), 0, L"", 0, invalid + L"[TIT2][7]\nfalse [11][1B][54]\n[TIT2][7]\nfalse [11][1B][54]\n"},
         {id3v2Tag(3, hello + frame(3, {"\xFFIT2", "x"}, false)), 0, L"", 0,
          invalid + L"[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n[TIT2][7]\nfalse\nfalse [11][1C][ffffffff]\n"},
-        {id3v2Tag(3, "TIT2" + be(1000, 4) + raw({0, 0}) + textBody("Hello\0\0\0\0"s)), 0, L"", 0,
+        {id3v2Tag(3, "TIT2" + be(1000, 4) + "\0\0"s + textBody("Hello\0\0\0\0"s)), 0, L"", 0,
          invalid + L"[TIT2][1000]\nfalse [3F2][14][0]\n[TIT2][488]\nfalse [1F2][14][0]\n"},
         {id3v2Tag(3, hello + frame(3, {"1ABC", "zz"}, false) + frame(3, kWorld, false) + std::string(8, '\0')), 8, L"TIT2", 7,
          L"ID3v2 Frame Read Failed [" + path + L"]\n"}, // a digit passes the probe, not the walk
         // The extended header's length counts from its own start.
-        {id3v2Tag(4, raw({0, 0, 0, 6, 0x81, 0}) + frames4, 0x40), 8, L"TIT2", 7, L"Number of flag bytes [-127]\n"},
-        {id3v2Tag(4, raw({0, 0, 0, 12, 1, 0, 9, 9, 9, 9, 9, 9}) + frames4 + std::string(5, '\0'), 0x40), 8, L"TIT2", 7,
+        {id3v2Tag(4, "\0\0\0\x06\x81\0"s + frames4, 0x40), 8, L"TIT2", 7, L"Number of flag bytes [-127]\n"},
+        {id3v2Tag(4, "\0\0\0\x0C\x01\0\x09\x09\x09\x09\x09\x09"s + frames4 + std::string(5, '\0'), 0x40), 8, L"TIT2", 7,
          L"Number of flag bytes [1]\n"},
         // One that claims more than the body holds fails both readings; one that ends with the body leaves no frames.
-        {id3v2Tag(4, raw({0x7F, 0x7F, 0x7F, 0x7F, 1, 0}) + frames4, 0x40), 0, L"", 0,
+        {id3v2Tag(4, "\x7F\x7F\x7F\x7F\x01\0"s + frames4, 0x40), 0, L"", 0,
          L"Number of flag bytes [1]\n" + invalid + L"false [FFFFFFF][17][0]\nfalse [FFFFFFF][17][0]\n"},
-        {id3v2Tag(4, raw({0, 0, 0, 7, 1, 0}), 0x40), 0, L"", 0,
+        {id3v2Tag(4, "\0\0\0\x07\x01\0"s, 0x40), 0, L"", 0,
          L"Number of flag bytes [1]\n" + invalid + L"false [7][6][0]\nfalse [7][6][0]\n"},
-        {id3v2Tag(4, raw({0, 0, 0, 6, 1, 0}), 0x40), 8, L"", 0, L"Number of flag bytes [1]\n"},
+        {id3v2Tag(4, "\0\0\0\x06\x01\0"s, 0x40), 8, L"", 0, L"Number of flag bytes [1]\n"},
         {id3v2Tag(3, "TIT2\x7F"s, 0x40), 8, L"", 0, L"Assertion failed [_begin + 6 <= _end] at media/ID3v2("}, // too short to hold one
         {id3v2Tag(3, "", 0x40), 8, L"", 0, L"Assertion failed [_begin + 6 <= _end] at media/ID3v2("},
         {id3v2Tag(3, hello + std::string(33, '\0')).substr(0, 55), -1, L"", 0, L""}, // the body comes short: no header copy
@@ -158,8 +152,8 @@ std::vector<Row> rows()
         // a data length indicator
         {3, {"APIC", be(5, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 5)},
         {3, {"APIC", be(0x1000, 4) + png + pic.substr(0, 10), 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 10)},
-        {4, {"APIC", raw({0, 0, 1, 0}) + png + pic, 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 128)}, // 128 seven bits a byte
-        {3, {"APIC", raw({0, 0, 1}), 1}, 0, 0, L"", L"", L"", ""},
+        {4, {"APIC", "\0\0\x01\0"s + png + pic, 1}, 0, 3, L"image/png", L"", L"", pic.substr(0, 128)}, // 128 seven bits a byte
+        {3, {"APIC", "\0\0\x01"s, 1}, 0, 0, L"", L"", L"", ""},
         {3, {"ASPI", "\0\1\2"s}, 0, 0, L"", L"", L"", "\0\1\2"s},
         {2, {"COM", "\0engd\0c"s}, 0, 0, L"eng", L"d", L"c", ""},
         {2, {"CRA", "own\0\1\2"s}, 0, 0, L"own", L"", L"", "\1\2"},
@@ -187,18 +181,18 @@ std::vector<Row> rows()
         {3, {"USLT", "\0XXXd\0t"s}, 0, 0, L"XXX", L"d", L"t", ""}, // language codes
         {3, {"USER", "\0en1t"s}, 0, 0, L"", L"", L"en1t", ""},
         {3, {"COMM", "\0eng"s}, 0, 0, L"", L"eng", L"", ""},
-        {3, {"WXXX", raw({1, 0xFF, 0xFE, 'h', 0, 0, 0, 'u', 0xE9})}, 1, 0, L"u\u00E9", L"h", L"", ""}, // the URL is Latin-1
+        {3, {"WXXX", "\x01\xFF\xFEh\0\0\0u\xE9"s}, 1, 0, L"u\u00E9", L"h", L"", ""}, // the URL is Latin-1
         {2, {"WXX", "\0h\0u"s}, 0, 0, L"u", L"h", L"", ""},
         {3, {"WOAR", "a/b\0c"s}, 0, 0, L"a/b", L"", L"", ""},
         {3, {"MCDI", "\0\1\2\3"s}, 0, 0, L"", L"", L"", "\0\1\2\3"s},
-        {3, {"TXXX", raw({1, 0xFF, 0xFE, 0x41, 0, 0, 0, 0x42, 0})}, 1, 0, L"", L"A", L"B", ""},      // UTF-16: a zero unit ends a string
-        {3, {"TXXX", raw({1, 0xFF, 0xFE, 0x41, 0, 0, 0x42, 0, 0})}, 1, 0, L"", L"A\u4200", L"", ""}, // zeros across units end nothing
-        {3, {"TXXX", raw({1, 0xFF, 0xFE, 'a', 0, 0})}, 1, 0, L"", L"a", L"", ""},
-        {3, {"TXXX", raw({1, 0xFF, 0xFE, 0, 0, 0xFF, 0xFE, 'v', 0})}, 1, 0, L"", L"", L"v", ""}, // a mark alone is no text
-        {3, {"TXXX", raw({2, 0xFE, 0xFF, 0, 0, 0, 'v'})}, 2, 0, L"", L"", L"v", ""},
-        {3, {"TIT2", raw({7, 'c', 'a', 'f', 0xE9})}, 7, 0, L"", L"", L"caf\u00E9", ""},
-        {3, {"TXXX", raw({3, 0xFF, 'x', 0}) + "ok"}, 3, 0, L"", L"", L"ok", ""}, // what cannot be decoded is empty
-        {3, {"TXXX", "\0abc"s}, 0, 0, L"", L"abc", L"", "", "TIT2\0"s},          // without a terminator later readings find nothing
+        {3, {"TXXX", "\x01\xFF\xFE"s + "A\0\0\0B\0"s}, 1, 0, L"", L"A", L"B", ""},      // UTF-16: a zero unit ends a string
+        {3, {"TXXX", "\x01\xFF\xFE"s + "A\0\0B\0\0"s}, 1, 0, L"", L"A\u4200", L"", ""}, // zeros across units end nothing
+        {3, {"TXXX", "\x01\xFF\xFE"s + "a\0\0"s}, 1, 0, L"", L"a", L"", ""},
+        {3, {"TXXX", "\x01\xFF\xFE\0\0\xFF\xFEv\0"s}, 1, 0, L"", L"", L"v", ""}, // a mark alone is no text
+        {3, {"TXXX", "\x02\xFE\xFF\0\0\0v"s}, 2, 0, L"", L"", L"v", ""},
+        {3, {"TIT2", "\7caf\xE9"s}, 7, 0, L"", L"", L"caf\u00E9", ""},
+        {3, {"TXXX", "\x03\xFFx\0"s + "ok"}, 3, 0, L"", L"", L"ok", ""}, // what cannot be decoded is empty
+        {3, {"TXXX", "\0abc"s}, 0, 0, L"", L"abc", L"", "", "TIT2\0"s},  // without a terminator later readings find nothing
         {3, {"TXXA", "\0k\0v"s}, 0, 0, L"", L"k", L"v", ""},
         {3, {"IPLX", "\0role"s}, 0, 0, L"", L"", L"role", ""}, // TXX, IPL: the first three
         {3, {"T\xC9T2", "\0x"s}, 0, 0, L"", L"", L"x", ""},    // an id that is not ASCII is empty, and read by its first letter
