@@ -32,9 +32,9 @@ inline std::string settingOf(const std::string& settings, const std::string& key
 
 struct Engine {
     std::string name, driver;
-    const char* variable;                 // names the server: "SERVER=...;PORT=...;USER=...;PASSWORD=..."; null: a file
+    const char* variable = nullptr;       // names the server: "SERVER=...;PORT=...;USER=...;PASSWORD=..."; null: a file
     std::string create, drop, connection; // shell commands that make the database {db} with its tables and drop it; --database
-    std::string createEmpty;              // a shell command that makes {db} without a table ("": the program makes the file)
+    std::string createEmpty{};            // a shell command that makes {db} without a table ("": the program makes the file)
     std::string hex, time;                // a bytes column {1} in upper-case hexadecimal; a time as the report shows it
     std::vector<std::string> rejectFrame; // statements that make the rows of frame {1} fail
     std::vector<std::pair<std::string, std::string>> refusals; // --database values that open nothing, and what the message says
@@ -54,37 +54,33 @@ inline Engine firebirdEngine(const std::string& name, const std::string& driver,
     for (int at = 1; at <= 97; at += 16)
         hex += (at > 1 ? " || " : "") + std::string("UUID_TO_CHAR(CAST(SUBSTRING({1} FROM ") + std::to_string(at) +
                " FOR 16) AS CHAR(16) CHARACTER SET OCTETS))";
+    const std::string createEmpty =
+        "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& gfix -write async" + login + database;
     return {
         .name = name,
         .driver = driver,
         .variable = "SONARCAT_TEST_FIREBIRD",
-        .create = "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& " + isql +
-                  "-ch UTF8 -i {schema}firebird.sql " + database + " && gfix -write async" + login + database,
+        .create = createEmpty + " && " + isql + "-ch UTF8 -i {schema}firebird.sql " + database,
         .drop = "[ ! -e '{FILES}/{db}.fdb' ] || echo 'DROP DATABASE;' | " + isql + database,
         .connection = connection,
-        .createEmpty =
-            "echo \"CREATE DATABASE " + database + " DEFAULT CHARACTER SET UTF8;\" | " + isql + "&& gfix -write async" + login + database,
+        .createEmpty = createEmpty,
         .hex = "LEFT(REPLACE(" + hex + ", '-', ''), 2 * OCTET_LENGTH({1}))",
         .time = "LEFT(CAST({1} AS VARCHAR(24)), 23)",
         .rejectFrame = {"CREATE EXCEPTION FRAME_REJECTED 'frame rejected'",
                         "CREATE TRIGGER REJECT_FRAME FOR ID3V2_FRAME BEFORE INSERT AS BEGIN IF (NEW.FRAME_ID = '{1}') THEN EXCEPTION "
                         "FRAME_REJECTED; END"},
-        .refusals =
-            {
-                {"DRIVER=" + driver + ";USER={USER};PASSWORD=wrong;SERVER={SERVER};DATABASE={FILES}/{db}.fdb",
-                 "Your user name and password are not defined"},
-                {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER={SERVER};DATABASE={FILES}/{db}_missing.fdb",
-                 "I/O error during \"open\" operation for file \"{FILES}/{db}_missing.fdb\""},
-                // Nothing listens on port 1.
-                {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1/1;DATABASE={FILES}/{db}.fdb",
-                 driver + ": cannot connect: Unable to complete network request to host \"127.0.0.1\""},
-                // Without a server the file is not opened from this process, though it could be.
-                {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};DATABASE={FILES}/{db}.fdb",
-                 "unavailable database [{FILES}/{db}.fdb]"},
-            },
+        .refusals = {{"DRIVER=" + driver + ";USER={USER};PASSWORD=wrong;SERVER={SERVER};DATABASE={FILES}/{db}.fdb",
+                      "Your user name and password are not defined"},
+                     {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER={SERVER};DATABASE={FILES}/{db}_missing.fdb",
+                      "I/O error during \"open\" operation for file \"{FILES}/{db}_missing.fdb\""},
+                     // Nothing listens on port 1.
+                     {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1/1;DATABASE={FILES}/{db}.fdb",
+                      driver + ": cannot connect: Unable to complete network request to host \"127.0.0.1\""},
+                     // Without a server the file is not opened from this process, though it could be.
+                     {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};DATABASE={FILES}/{db}.fdb",
+                      "unavailable database [{FILES}/{db}.fdb]"}},
         .pending = "printf '%s\\n' 'SET HEADING OFF;' 'SELECT COUNT(*) FROM MON$TRANSACTIONS t JOIN MON$RECORD_STATS r ON r.MON$STAT_ID = "
-                   "t.MON$STAT_ID "
-                   "WHERE t.MON$ATTACHMENT_ID <> CURRENT_CONNECTION AND r.MON$RECORD_INSERTS > 0;' | isql-fb -q" +
+                   "t.MON$STAT_ID WHERE t.MON$ATTACHMENT_ID <> CURRENT_CONNECTION AND r.MON$RECORD_INSERTS > 0;' | isql-fb -q" +
                    login + database,
     };
 }
@@ -108,11 +104,9 @@ inline const std::vector<Engine>& engines()
     const Engine sqlite{
         .name = "SQLite",
         .driver = "ZELSQLite3",
-        .variable = nullptr,
         .create = "sqlite3 '{db}' < {schema}sqlite3.sql",
         .drop = "rm -f '{db}'*",
         .connection = "DRIVER=ZELSQLite3;DATABASE={db}",
-        .createEmpty = "",
         .hex = "CASE typeof({1}) WHEN 'blob' THEN nullif(hex({1}), '') END", // bytes bound as text would read NULL
         .time = "{1}",
         .rejectFrame = {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME WHEN NEW.FRAME_ID = '{1}' BEGIN SELECT RAISE(ABORT, "
@@ -130,8 +124,7 @@ inline const std::vector<Engine>& engines()
         {"DRIVER=ZELSQLCipher;DATABASE={db}.missing/x;KEY=sonarcat-test",
          "ZELSQLCipher: cannot connect: unable to open database file [{db}.missing/x]"},
         {"DRIVER=ZELSQLCipher;DATABASE={db}", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
-        {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"},
-    };
+        {"DRIVER=ZELSQLCipher;DATABASE={db};KEY=", "ZELSQLCipher: cannot connect: no KEY= in the connection string"}};
     sqlcipher.pending =
         "sqlcipher -bail '{db}' \"PRAGMA key = 'sonarcat-test'; BEGIN IMMEDIATE; ROLLBACK;\" 2>&1 | grep -c 'database is locked'";
     const Engine postgres{
@@ -148,15 +141,12 @@ inline const std::vector<Engine>& engines()
             {"CREATE FUNCTION REJECT_FRAME() RETURNS trigger AS $$ BEGIN IF NEW.FRAME_ID = '{1}' THEN RAISE EXCEPTION 'frame rejected'; "
              "END IF; RETURN NEW; END $$ LANGUAGE plpgsql",
              "CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW EXECUTE FUNCTION REJECT_FRAME()"},
-        .refusals =
-            {
-                {"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
-                 "password authentication failed"},
-                {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
-                // Nothing listens on port 1.
-                {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
-                 "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"},
-            },
+        .refusals = {{"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
+                      "password authentication failed"},
+                     {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
+                     // Nothing listens on port 1.
+                     {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
+                      "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}},
         .pending = psql + "{db} -tAc \"" + pgWriting + " AND application_name = 'sonarcat'\"",
         // The program sends a file's statements in one batch, done before a look can see them unless they wait in the socket.
         .slow = {"CREATE FUNCTION SLOW() RETURNS trigger AS $$ BEGIN PERFORM pg_sleep(1); RETURN NEW; END $$ LANGUAGE plpgsql",
@@ -175,17 +165,14 @@ inline const std::vector<Engine>& engines()
         .rejectFrame =
             {"CREATE TRIGGER REJECT_FRAME BEFORE INSERT ON ID3V2_FRAME FOR EACH ROW IF NEW.FRAME_ID = '{1}' THEN SIGNAL SQLSTATE "
              "'45000' SET MESSAGE_TEXT = 'frame rejected'; END IF"},
-        .refusals =
-            {
-                {"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
-                 "Access denied for user '{USER}'"},
-                {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
-                // Nothing listens on port 1.
-                {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
-                 "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
-                {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
-                {"DRIVER=ZELMariaDB;USER={USER};SERVER={SERVER};PORT=3306x;DATABASE={db}", "not a port number: [3306x]"},
-            },
+        .refusals = {{"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
+                      "Access denied for user '{USER}'"},
+                     {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
+                     // Nothing listens on port 1.
+                     {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
+                      "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
+                     {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
+                     {"DRIVER=ZELMariaDB;USER={USER};SERVER={SERVER};PORT=3306x;DATABASE={db}", "not a port number: [3306x]"}},
         // Rows not yet committed, seen by a dirty read (INNODB_TRX is a cache refreshed every 0.1 s: too slow to tell).
         .pending = mariadb + "{db} -NBe 'SET SESSION TRANSACTION ISOLATION LEVEL READ UNCOMMITTED; SELECT " + rows +
                    " INTO @dirty; SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED; SELECT @dirty - (" + rows + ")'",
@@ -198,8 +185,7 @@ inline const std::vector<Engine>& engines()
         {"DRIVER={PostgreSQL Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD=wrong", "password authentication failed"},
         // Debian registers the driver as "PostgreSQL Unicode" and "PostgreSQL ANSI" only.
         {"DRIVER={PostgreSQL};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}",
-         "Can't open lib 'PostgreSQL' : file not found"},
-    };
+         "Can't open lib 'PostgreSQL' : file not found"}};
     // psqlODBC names no application: the program's is the one connection to the database writing rows.
     odbcPostgres.pending = psql + "{db} -tAc \"" + pgWriting + " AND pid <> pg_backend_pid()\"";
     odbcPostgres.slow = {};
@@ -208,11 +194,9 @@ inline const std::vector<Engine>& engines()
     Engine odbcSQLite =
         alike(sqlite, "ODBC SQLite3", "ZELODBC", "DRIVER={SQLite3};DATABASE={db};FKSupport=1;Timeout=1000;NoCreat=1;JournalMode=WAL");
     odbcSQLite.createEmpty = "touch '{db}'";
-    odbcSQLite.refusals = {
-        {"DRIVER={SQLite3};DATABASE={db}.missing;NoCreat=1", "ZELODBC: cannot connect: [SQLite]connect failed"},
-        // Unlike the program's own drivers, the ODBC driver manager takes no blanks around a key.
-        {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"},
-    };
+    odbcSQLite.refusals = {{"DRIVER={SQLite3};DATABASE={db}.missing;NoCreat=1", "ZELODBC: cannot connect: [SQLite]connect failed"},
+                           // Unlike the program's own drivers, the ODBC driver manager takes no blanks around a key.
+                           {"DRIVER = {SQLite3};DATABASE={db}", "Data source name not found"}};
     // Without OPTION=67108864 (several statements in one text): Connector/ODBC 3.1.15 loses 1 KB on every connection with it.
     Engine odbcMaria = alike(maria, "ODBC MariaDB", "ZELODBC",
                              "DRIVER={MariaDB Unicode};SERVER={SERVER};PORT={PORT};DATABASE={db};UID={USER};PWD={PASSWORD}");
@@ -222,17 +206,9 @@ inline const std::vector<Engine>& engines()
     // (information_schema.INNODB_TRX would tell too, but it is a copy renewed at most every 0.1 s.)
     odbcMaria.pending = mariadb + "{db} -N -e 'SELECT COUNT(*) FROM STOR_DIR FOR UPDATE NOWAIT; SELECT COUNT(*) FROM STOR_FILE FOR UPDATE "
                                   "NOWAIT' 2>&1 | grep -c 'Lock wait timeout'";
-    static const std::vector<Engine> all = {
-        sqlite,
-        sqlcipher,
-        postgres,
-        maria,
-        firebirdEngine("Firebird", "ZELFirebird", "SERVER={SERVER};DATABASE={FILES}/{db}.fdb"),
-        firebirdEngine("InterBase", "ZELInterBase", "DATABASE={SERVER}:{FILES}/{db}.fdb"),
-        odbcPostgres,
-        odbcSQLite,
-        odbcMaria,
-    };
+    const Engine firebird = firebirdEngine("Firebird", "ZELFirebird", "SERVER={SERVER};DATABASE={FILES}/{db}.fdb"),
+                 interbase = firebirdEngine("InterBase", "ZELInterBase", "DATABASE={SERVER}:{FILES}/{db}.fdb");
+    static const std::vector<Engine> all = {sqlite, sqlcipher, postgres, maria, firebird, interbase, odbcPostgres, odbcSQLite, odbcMaria};
     return all;
 }
 
@@ -283,15 +259,10 @@ public:
     std::string fill(const std::string& text, const std::string& one = "") const
     {
         std::string s = text;
-        const std::pair<std::string, std::string> values[] = {{"{db}", db_},
-                                                              {"{schema}", SONARCAT_SCHEMA_DIR "/"},
-                                                              {"{settings}", settings_},
-                                                              {"{1}", one},
-                                                              {"{SERVER}", settingOf(settings_, "SERVER")},
-                                                              {"{PORT}", settingOf(settings_, "PORT")},
-                                                              {"{USER}", settingOf(settings_, "USER")},
-                                                              {"{PASSWORD}", settingOf(settings_, "PASSWORD")},
-                                                              {"{FILES}", settingOf(settings_, "FILES")}};
+        std::vector<std::pair<std::string, std::string>> values = {
+            {"{db}", db_}, {"{schema}", SONARCAT_SCHEMA_DIR "/"}, {"{settings}", settings_}, {"{1}", one}};
+        for (const char* key : {"SERVER", "PORT", "USER", "PASSWORD", "FILES"})
+            values.emplace_back("{" + std::string(key) + "}", settingOf(settings_, key));
         for (const auto& [key, value] : values)
             for (size_t at; (at = s.find(key)) != std::string::npos;) s.replace(at, key.size(), value);
         return s;
