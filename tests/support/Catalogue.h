@@ -37,7 +37,7 @@ struct Engine {
     std::string createEmpty{};            // a shell command that makes {db} without a table ("": the program makes the file)
     std::string hex, time;                // a bytes column {1} in upper-case hexadecimal; a time as the report shows it
     std::vector<std::string> rejectFrame; // statements that make the rows of frame {1} fail
-    std::vector<std::pair<std::string, std::string>> refusals; // --database values that open nothing, and what the message says
+    std::vector<std::pair<std::string, std::string>> refusals; // --database values that open nothing (port 1 has no server), the message
     std::string pending;             // a shell command that prints a number above 0 while the program holds a transaction that wrote rows
     std::vector<std::string> slow{}; // statements that hold the server on an ID3v2 tag over 100 KB, whose rows outgrow a socket's buffers
 };
@@ -49,7 +49,6 @@ inline Engine firebirdEngine(const std::string& name, const std::string& driver,
 {
     const std::string login = " -user '{USER}' -password '{PASSWORD}' ", isql = "isql-fb -q -bail" + login,
                       database = "'{SERVER}:{FILES}/{db}.fdb'";
-    const std::string connection = "DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};" + where;
     std::string hex;
     for (int at = 1; at <= 97; at += 16)
         hex += (at > 1 ? " || " : "") + std::string("UUID_TO_CHAR(CAST(SUBSTRING({1} FROM ") + std::to_string(at) +
@@ -62,7 +61,7 @@ inline Engine firebirdEngine(const std::string& name, const std::string& driver,
         .variable = "SONARCAT_TEST_FIREBIRD",
         .create = createEmpty + " && " + isql + "-ch UTF8 -i {schema}firebird.sql " + database,
         .drop = "[ ! -e '{FILES}/{db}.fdb' ] || echo 'DROP DATABASE;' | " + isql + database,
-        .connection = connection,
+        .connection = "DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};" + where,
         .createEmpty = createEmpty,
         .hex = "LEFT(REPLACE(" + hex + ", '-', ''), 2 * OCTET_LENGTH({1}))",
         .time = "LEFT(CAST({1} AS VARCHAR(24)), 23)",
@@ -73,7 +72,6 @@ inline Engine firebirdEngine(const std::string& name, const std::string& driver,
                       "Your user name and password are not defined"},
                      {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER={SERVER};DATABASE={FILES}/{db}_missing.fdb",
                       "I/O error during \"open\" operation for file \"{FILES}/{db}_missing.fdb\""},
-                     // Nothing listens on port 1.
                      {"DRIVER=" + driver + ";USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1/1;DATABASE={FILES}/{db}.fdb",
                       driver + ": cannot connect: Unable to complete network request to host \"127.0.0.1\""},
                      // Without a server the file is not opened from this process, though it could be.
@@ -144,7 +142,6 @@ inline const std::vector<Engine>& engines()
         .refusals = {{"DRIVER=ZELPostgreSQL;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
                       "password authentication failed"},
                      {"DRIVER=ZELPostgreSQL;{settings};DATABASE={db}_missing", "database \"{db}_missing\" does not exist"},
-                     // Nothing listens on port 1.
                      {"DRIVER=ZELPostgreSQL;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
                       "ZELPostgreSQL: cannot connect: connection to server at \"127.0.0.1\", port 1 failed"}},
         .pending = psql + "{db} -tAc \"" + pgWriting + " AND application_name = 'sonarcat'\"",
@@ -168,7 +165,6 @@ inline const std::vector<Engine>& engines()
         .refusals = {{"DRIVER=ZELMariaDB;SERVER={SERVER};PORT={PORT};USER={USER};PASSWORD=wrong;DATABASE={db}",
                       "Access denied for user '{USER}'"},
                      {"DRIVER=ZELMariaDB;{settings};DATABASE={db}_missing", "Unknown database '{db}_missing'"},
-                     // Nothing listens on port 1.
                      {"DRIVER=ZELMariaDB;USER={USER};PASSWORD={PASSWORD};SERVER=127.0.0.1;PORT=1;DATABASE={db}",
                       "ZELMariaDB: cannot connect: Can't connect to server on '127.0.0.1'"},
                      {"DRIVER=ZELMariaDB;USER={USER};SERVER=/nonexistent;DATABASE={db}", "through socket '/nonexistent/mysqld.sock'"},
@@ -248,8 +244,6 @@ public:
     {
         if (!database_.empty()) run({"/bin/sh", "-c", fill(engine_->drop) + " >/dev/null 2>&1"});
     }
-    Catalogue(const Catalogue&) = delete;
-    Catalogue& operator=(const Catalogue&) = delete;
 
     // The --database value; empty when the engine's module was not built or its server is not reachable here (see unreachable()).
     const std::string& database() const { return database_; }

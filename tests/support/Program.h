@@ -109,8 +109,6 @@ public:
     {
         if (running()) ::kill(pid_, SIGKILL), wait(0);
     }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
 
     bool running() { return pid_ > 0 && !ended_ && !wait(WNOHANG); }
     // Stops the program where it is (SIGSTOP); false when it has ended.

@@ -20,11 +20,7 @@ inline std::string be(uint32_t v, int bytes, int bitsPerByte = 8)
 }
 // Seven bits a byte, most significant first.
 inline std::string syncsafe(uint32_t v, int bytes) { return be(v, bytes, 7); }
-inline std::string le32(uint32_t v)
-{
-    const std::string s = be(v, 4);
-    return std::string(s.rbegin(), s.rend());
-}
+inline std::string le32(uint32_t v) { return be(__builtin_bswap32(v), 4); }
 inline std::string field(const std::string& text, size_t width) { return (text + std::string(width, '\0')).substr(0, width); }
 
 // The 128-byte tag. track < 0: a 30-byte comment without a track number.

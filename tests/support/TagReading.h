@@ -46,8 +46,6 @@ public:
         ZELd::ZELDebugSetGlobalReport(nullptr);
         ::close(memory_);
     }
-    TagReading(const TagReading&) = delete;
-    TagReading& operator=(const TagReading&) = delete;
 
     TagCost read(const std::string& bytes)
     {
