@@ -20,16 +20,15 @@ namespace {
 // program reads the string itself (the ODBC driver manager takes none).
 std::string loosely(const std::string& database, bool blanks)
 {
+    const std::string blank = blanks ? " " : "";
     std::string s;
-    for (size_t at = 0; at <= database.size();) {
-        const size_t end = std::min(database.find(';', at), database.size()), eq = database.find('=', at);
-        std::string key = database.substr(at, eq - at);
-        for (char& c : key) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        const std::string blank = blanks ? " " : "";
-        s += (at ? ";" + blank : "") + key + blank + "=" + blank + database.substr(eq + 1, end - eq - 1) + blank;
-        at = end + 1;
+    bool inKey = true;
+    for (const char c : database) {
+        if (c == ';') s += blank + ";" + blank, inKey = true;
+        else if (c == '=' && inKey) s += blank + "=" + blank, inKey = false;
+        else s += inKey ? static_cast<char>(std::tolower(static_cast<unsigned char>(c))) : c;
     }
-    return s;
+    return s + blank;
 }
 
 // Names that are not ASCII (this directory, and d-nötes.txt, probed ahead
@@ -149,7 +148,6 @@ TEST_P(Storing, EveryTableHoldsWhatTheReportShows)
     EXPECT_TRUE(
         has(r.out, "    INSERT STOR_FILE [10001][a1.mp3]\n    INSERT ID3V1\n    INSERT ID3V2 ID3V2_FRAME[7]\n    INSERT APE APE_ITEM[3]\n"))
         << r.out;
-    EXPECT_TRUE(has(r.out, "    INSERT STOR_DIR [1003][" + a + "]\n    INSERT STOR_FILE [10003][c2.mp3]\n"));
 }
 
 TEST_P(Storing, AFailedFileLeavesNoRowAndTheWalkGoesOn)
@@ -257,12 +255,11 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
         for (const Row& r :
              catalogue.rows("SELECT d.PATH, f.NAME, f.FILE_ID FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID ORDER BY f.FILE_ID"))
             ids[r[0] + r[1]].push_back(std::stoll(r[2]));
-        for (const std::vector<std::string>& order : walkOrder) {
+        for (const std::vector<std::string>& order : walkOrder)
             for (size_t i = 0; i < order.size(); ++i) {
                 ASSERT_EQ(ids[order[i]].size(), round) << order[i] << " is not stored once in each round";
                 EXPECT_TRUE(i == 0 || ids[order[i - 1]].back() < ids[order[i]].back()) << order[i] << ": a run's ids go back";
             }
-        }
         for (const char* table : {"ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
             EXPECT_EQ(catalogue.count(table), std::to_string(4 * files * round)) << table;
     }
