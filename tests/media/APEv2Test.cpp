@@ -67,7 +67,7 @@ TEST(APEv2, SameItemsWhereverTheTagLies)
         {kAudio + ape(1000, items, false) + kId3v1, -160, 1000, 0},
         {ape(2000, items, true) + kAudio, 0, 2000, kHeaderFlags},
     };
-    for (const auto& [bytes, place, version, flags] : places) {
+    for (const auto& [bytes, place, version, flags] : places)
         for (long long position : {place, kSearch}) {
             SCOPED_TRACE(std::to_string(place) + (position == kSearch ? ", searched" : ", given"));
             APEv2 tag;
@@ -75,7 +75,6 @@ TEST(APEv2, SameItemsWhereverTheTagLies)
             EXPECT_EQ(pairsOf(tag), (Pairs{{L"Title", L"Song"}, {L"Artist", L"Band"}, {L"Year", L"2001"}}));
             EXPECT_EQ(std::tuple(tag.version(), tag.count(), tag.flags()), std::tuple(version, 3u, static_cast<int32_t>(flags)));
         }
-    }
     APEv2 none;
     EXPECT_FALSE(readTag(none, std::string(400, '\0'), kSearch));
 }

@@ -62,7 +62,7 @@ TEST(ID3v2, HeaderBytesDecideWhetherATagIsRead)
         {patched(v23, 6, 0x80), nullptr, refused}, // sizes are seven bits a byte
         {patched(v23, 9, v23[9] | 0x80), nullptr, refused},
     };
-    for (const auto& [bytes, frameIds, text] : cases) {
+    for (const auto& [bytes, frameIds, text] : cases)
         for (bool given : {false, true}) {
             ID3v2 t;
             EXPECT_EQ(load(t, bytes + std::string(given ? 64 : 0, '\xFF'), given), frameIds != nullptr) << text;
@@ -70,7 +70,6 @@ TEST(ID3v2, HeaderBytesDecideWhetherATagIsRead)
             EXPECT_EQ(ids(t), frameIds ? frameIds : L"");
             EXPECT_EQ(t.frames().isEmpty() ? L"" : t.frames()[0]->text().str(), frameIds ? L"Hello" : L"");
         }
-    }
     ID3v2 t;
     ASSERT_TRUE(load(t, id3v2(3, {kHello, kWorld})));
     EXPECT_FALSE(load(t, patched(v23, 3, 9)));

@@ -20,9 +20,9 @@ using namespace ZELd;
 namespace {
 
 struct Tagged {
-    std::string file;                // its name tells the version of its ID3v2 tag: -v23-, -v24-
-    std::vector<std::string> v1;     // parts of the ID3v1 toString(); empty: no ID3v1 tag
-    std::vector<std::string> frames; // "ID|part|part": every frame the tool wrote, one of each id, whose toString() holds each part
+    std::string file;                 // its name tells the version of its ID3v2 tag: -v23-, -v24-
+    std::vector<std::string> frames;  // "ID|part|part": every frame the tool wrote, one of each id, whose toString() holds each part
+    std::vector<std::string> v1 = {}; // parts of the ID3v1 toString(); none: no ID3v1 tag
 };
 
 const std::vector<Tagged>& files()
@@ -30,7 +30,6 @@ const std::vector<Tagged>& files()
     const std::string pic = "binary[" + std::to_string(testsupport::readFile(testsupport::dataFile("tagged/cover.png")).size()) + "]";
     static const std::vector<Tagged> all = {
         {"eyed3-v23-utf16.mp3",
-         {},
          {"TIT2|encoding[1]|text[Café]", "TPE1|encoding[1]|text[Ünïcödé]", "TALB|encoding[1]|text[日本語]",
           "COMM|encoding[1]|url[deu]|description[Notiz]|text[Größe zählt]",
           "USLT|encoding[1]|url[eng]|description[Strophe]|text[Première ligne — 日本語の歌詞]",
@@ -38,7 +37,6 @@ const std::vector<Tagged>& files()
           "WXXX|encoding[1]|description[Heimseite]|url[http://example.org/cafe]",
           "APIC|encoding[1]|type[3]|url[image/png]|description[Umschlag]|" + pic}},
         {"mutagen-v24-utf8.mp3",
-         {},
          {"TIT2|encoding[3]|text[Ünïcödé]", "TPE1|encoding[3]|text[日本語]", "TALB|encoding[3]|text[Café]",
           "COMM|encoding[3]|url[fra]|description[Kommentar]|text[Ça va très bien]",
           "USLT|encoding[3]|url[deu]|description[Refrain]|text[Straße — 日本語]", "TXXX|encoding[3]|description[Stimmung]|text[ruhig ☕ 🎵]",
@@ -46,21 +44,21 @@ const std::vector<Tagged>& files()
           // mutagen writes a picture description in UTF-16 whatever the other frames use.
           "APIC|encoding[1]|type[3]|url[image/png]|description[Hülle]|" + pic}},
         {"id3lib-v23-v1.mp3",
-         {"TAG Title[Café Latin] Artist[Plain Artist] Album[Plain Album] Year[1999] Comment[Short comment] Track[7] Genre[13]"},
          {"TIT2|encoding[0]|text[Café Latin]", "TPE1|encoding[0]|text[Plain Artist]", "TALB|encoding[0]|text[Plain Album]",
           "TYER|text[1999]", "TRCK|text[7/12]", "TCON|text[(13)]", "COMM|encoding[0]|url[eng]|description[Notes]|text[Short comment]",
-          "TXXX|encoding[0]|description[Mood]|text[calm]"}},
+          "TXXX|encoding[0]|description[Mood]|text[calm]"},
+         {"TAG Title[Café Latin] Artist[Plain Artist] Album[Plain Album] Year[1999] Comment[Short comment] Track[7] Genre[13]"}},
         // ffmpeg uses UTF-16 only for texts that are not ASCII, turns the comment
         // into a TXXX frame, and copies UTF-8 bytes as they are into ID3v1, so
         // only that tag's ASCII fields are checked.
         {"ffmpeg-v23-v1.mp3",
-         {"TAG Title[", "Album[Plain Album] Year[2021] Comment[ffmpeg comment] Track[3] Genre[13]"},
          {"TIT2|encoding[1]|text[Café]", "TPE1|encoding[1]|text[日本語]", "TALB|encoding[0]|text[Plain Album]", "TYER|text[2021]",
-          "TRCK|text[3]", "TCON|text[Pop]", "TXXX|encoding[0]|description[comment]|text[ffmpeg comment]"}},
+          "TRCK|text[3]", "TCON|text[Pop]", "TXXX|encoding[0]|description[comment]|text[ffmpeg comment]"},
+         {"TAG Title[", "Album[Plain Album] Year[2021] Comment[ffmpeg comment] Track[3] Genre[13]"}},
         {"eyed3-v24-utf16be-v1.mp3",
-         {"TAG Title[V1 Title] Artist[V1 Artist] Album[V1 Album] Year[2003] Comment[v1 comment] Track[5] Genre[8]"},
          {"TIT2|encoding[2]|text[Größe]", "TPE1|encoding[2]|text[日本語]", "TRCK|encoding[2]|text[05]",
-          "COMM|encoding[2]|url[deu]|description[Notiz]|text[Grüße aus Köln]"}},
+          "COMM|encoding[2]|url[deu]|description[Notiz]|text[Grüße aus Köln]"},
+         {"TAG Title[V1 Title] Artist[V1 Artist] Album[V1 Album] Year[2003] Comment[v1 comment] Track[5] Genre[8]"}},
     };
     return all;
 }
