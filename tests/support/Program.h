@@ -94,7 +94,10 @@ public:
         envp.push_back(nullptr);
         const int out = launch.out == -1 ? ::open((dir_ / "out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : launch.out;
         const int err = launch.err == -1 ? ::open((dir_ / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : launch.err;
-        if ((pid_ = ::fork()) == 0) { // only async-signal-safe calls up to exec
+        const int in = ::open("/dev/null", O_RDONLY | O_CLOEXEC); // no program started here reads the runner's input
+        // Only async-signal-safe calls up to exec.
+        if ((pid_ = ::fork()) == 0) {
+            ::dup2(in, 0);
             out >= 0 ? ::dup2(out, 1) : ::close(1);
             err >= 0 ? ::dup2(err, 2) : ::close(2);
             const rlimit limit = {static_cast<rlim_t>(launch.fileSizeLimit), static_cast<rlim_t>(launch.fileSizeLimit)};
@@ -102,6 +105,7 @@ public:
             ::execve(args[0], args.data(), envp.data());
             ::_exit(127);
         }
+        ::close(in);
         if (launch.out == -1) ::close(out);
         if (launch.err == -1) ::close(err);
     }
