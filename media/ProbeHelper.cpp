@@ -146,6 +146,7 @@ void ProbeHelper::send(const std::shared_ptr<PendingProbe>& probe)
 bool ProbeHelper::receive()
 {
     char piece[kReadPiece];
+    bool gone = false; // the end of its output, or an error
     for (;;) {
         const ssize_t n = ::read(replies_, piece, sizeof piece);
         if (n > 0) {
@@ -153,9 +154,10 @@ bool ProbeHelper::receive()
             continue;
         }
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && errno == EAGAIN) break;
-        return false; // the end of its output, or an error: the helper is gone
+        gone = !(n < 0 && errno == EAGAIN);
+        break;
     }
+    // What a helper answered before it died is its answer: the probe it died in is the one that fails.
     try {
         size_t used;
         ProbeResult result;
@@ -171,7 +173,7 @@ bool ProbeHelper::receive()
         e->destroy();
         return false;
     }
-    return true;
+    return !gone;
 }
 
 String ProbeHelper::end(bool kill)

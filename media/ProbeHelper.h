@@ -63,8 +63,8 @@ public:
     // Hands a probe over.
     void send(const std::shared_ptr<PendingProbe>& probe);
     // Takes what has arrived: each whole result goes to the first probe of
-    // the queue. False when the helper has gone (its output closed, or it
-    // wrote what is no result).
+    // the queue, also when the helper is gone. False when it has gone (its
+    // output closed, or it wrote what is no result).
     bool receive();
     // Kills the helper when `kill`, waits for its end and says how it ended
     // ("SIGSEGV", "exit status 1"). The probes it had are left to the caller.
