@@ -107,7 +107,7 @@ bool CatalogueUpdate::covered(const std::string& dir, const std::unordered_set<s
 
 String CatalogueUpdate::summary() const
 {
-    return String::format(L"Update: new[%zd] changed[%zd] unchanged[%zd] removed[%zd]", new_, changed_, unchanged_, removed_);
+    return String::format(L"Update: new[%zu] changed[%zu] unchanged[%zu] removed[%zu]", new_, changed_, unchanged_, removed_);
 }
 
 } // namespace ZELd

@@ -67,7 +67,12 @@ void TagReader::readDir(const String& path)
     auto wanted = [&](const String& dir, const String& name) { return update->wanted(dir, name) || (Progress::file(dir), false); };
     WalkAhead walk(path, update ? WalkAhead::Wanted(wanted) : nullptr);
     Exception* stop = walkFiles(walk);
-    if (update) endUpdate(*update, walk.finished(), walk.passed());
+    try {
+        if (update) endUpdate(*update, walk.finished(), walk.passed());
+    } catch (Exception*) {
+        if (stop) stop->destroy(); // what ended the update's removals ends the run
+        throw;
+    }
     if (stop) throw stop;
 }
 
