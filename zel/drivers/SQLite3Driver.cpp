@@ -13,6 +13,7 @@
 #define SQLITE_HAS_CODEC 1 // declares sqlite3_key()
 #endif
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,6 +26,11 @@ using namespace ZELd::sqldriver;
 
 // Another run storing into the same file holds it for a moment: wait for it.
 constexpr int kBusyTimeoutMilliseconds = 10000, kSetUpRetryMilliseconds = 5;
+#ifdef ZEL_SQLCIPHER
+constexpr bool kSalted = true;
+#else
+constexpr bool kSalted = false;
+#endif
 const char* const kSetUp = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;";
 
 // The last failure on the connection; a key another run took, or a database
@@ -156,25 +162,17 @@ public:
         // A file that is not there is made only when the caller asks for it;
         // else it is an empty catalogue, and one that stays in memory.
         const bool missing = !request.createMissing && ::access(file->c_str(), F_OK) != 0 && errno == ENOENT;
-        const int create = request.createMissing ? SQLITE_OPEN_CREATE : 0;
-        if (sqlite3_open_v2(missing ? ":memory:" : file->c_str(), &db_, SQLITE_OPEN_READWRITE | create | SQLITE_OPEN_NOMUTEX, nullptr) !=
-            SQLITE_OK)
-            return close((db_ ? sqlite3_errmsg(db_) : "out of memory") + std::string(" [") + *file + "]", error);
-#ifdef ZEL_SQLCIPHER
-        if (!unlock(*key, error)) return close(error.message, error);
-#endif
-        sqlite3_busy_timeout(db_, kBusyTimeoutMilliseconds);
-        // A file that is not a database (or, encrypted, one the key does not
-        // open) fails on its first read: find out before anything is written.
-        if (!run("SELECT count(*) FROM sqlite_master", error)) return close(unreadable(error.message) + " [" + *file + "]", error);
-        // Turning a new catalogue's journal into a write-ahead log needs the file to
-        // itself; while another run opens it SQLite says "locked" at once, without
-        // waiting: wait here as long as for a busy catalogue.
-        for (int waited = 0; !run(kSetUp, error); waited += kSetUpRetryMilliseconds) {
-            if (!error.conflict || waited >= kBusyTimeoutMilliseconds) return close(error.message, error);
+        for (int waited = 0;; waited += kSetUpRetryMilliseconds) {
+            // SQLCipher makes the key from a salt at the start of the file, or
+            // from a new one while the file is empty. Should another run write
+            // the first page meanwhile, under a salt of its own, that page reads
+            // as under a wrong key: open the file again, now with its salt.
+            struct stat before {};
+            const bool empty = kSalted && (::stat(file->c_str(), &before) != 0 || before.st_size == 0);
+            if (attach(missing ? ":memory:" : file->c_str(), request, error)) return true;
+            if (!empty || !notADatabase_ || waited >= kBusyTimeoutMilliseconds) return false;
             sqlite3_sleep(kSetUpRetryMilliseconds);
         }
-        return true;
     }
 
 #ifdef ZEL_SQLCIPHER
@@ -222,6 +220,31 @@ public:
     }
 
 private:
+    // Opens the file and sets the connection up; on a failure the connection
+    // is closed again.
+    bool attach(const char* path, const OpenRequest& request, DriverError& error)
+    {
+        const std::string& file = *request.setting("DATABASE");
+        const int create = request.createMissing ? SQLITE_OPEN_CREATE : 0;
+        if (sqlite3_open_v2(path, &db_, SQLITE_OPEN_READWRITE | create | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
+            return close((db_ ? sqlite3_errmsg(db_) : "out of memory") + std::string(" [") + file + "]", error);
+#ifdef ZEL_SQLCIPHER
+        if (!unlock(*request.setting("KEY"), error)) return close(error.message, error);
+#endif
+        sqlite3_busy_timeout(db_, kBusyTimeoutMilliseconds);
+        // A file that is not a database (or, encrypted, one the key does not
+        // open) fails on its first read: find out before anything is written.
+        if (!run("SELECT count(*) FROM sqlite_master", error)) return close(unreadable(error.message) + " [" + file + "]", error);
+        // Turning a new catalogue's journal into a write-ahead log needs the file to
+        // itself; while another run opens it SQLite says "locked" at once, without
+        // waiting: wait here as long as for a busy catalogue.
+        for (int waited = 0; !run(kSetUp, error); waited += kSetUpRetryMilliseconds) {
+            if (!error.conflict || waited >= kBusyTimeoutMilliseconds) return close(error.message, error);
+            sqlite3_sleep(kSetUpRetryMilliseconds);
+        }
+        return true;
+    }
+
     bool run(const char* sql, DriverError& error)
     {
         char* message = nullptr;
@@ -276,6 +299,7 @@ private:
     // Gives up a connection that could not be opened.
     bool close(const std::string& why, DriverError& error)
     {
+        notADatabase_ = db_ && sqlite3_errcode(db_) == SQLITE_NOTADB;
         error.message = why;
         sqlite3_close_v2(db_);
         db_ = nullptr;
@@ -283,6 +307,7 @@ private:
     }
 
     sqlite3* db_ = nullptr;
+    bool notADatabase_ = false; // the last open failed on a page that did not read as one
 #ifdef ZEL_SQLCIPHER
     std::string cipherVersion_; // as the library reports it: "3.4.1"
 #endif
