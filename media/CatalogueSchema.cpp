@@ -35,6 +35,18 @@ const SchemaFile* schemaFor(const String& driver, const String& serverInfo)
     return nullptr;
 }
 
+TablesLock tablesLockFor(const SchemaFile& schema)
+{
+    // Both last as long as the session, or until let go; PostgreSQL's is the
+    // database's own, keyed by "sonarcat" in ASCII; MariaDB's is the server's,
+    // named after the database.
+    if (std::strcmp(schema.name, "postgresql.sql") == 0)
+        return {L"SELECT 1 FROM pg_advisory_lock(8317988401586594164)", L"SELECT pg_advisory_unlock(8317988401586594164)"};
+    if (std::strcmp(schema.name, "mariadb.sql") == 0)
+        return {L"SELECT GET_LOCK(CONCAT('sonarcat ', MD5(DATABASE())), 60)", L"SELECT RELEASE_LOCK(CONCAT('sonarcat ', MD5(DATABASE())))"};
+    return {};
+}
+
 std::vector<String> schemaStatements(const char* text)
 {
     std::vector<String> statements;

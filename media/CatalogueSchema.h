@@ -25,6 +25,17 @@ inline constexpr const wchar_t* kCatalogueTables[] = {L"STOR_DIR", L"STOR_FILE",
 // program has none for it.
 const SchemaFile* schemaFor(const String& driver, const String& serverInfo);
 
+// A lock that keeps other runs from looking for the tables and making them
+// while one run does: statements of one row each, which take it (the row
+// holds 1 once it is taken) and let it go. Null where the database has none
+// that outlives a failed statement: there a run that makes the tables second
+// fails, and looks again.
+struct TablesLock {
+    const wchar_t* take = nullptr;
+    const wchar_t* release = nullptr;
+};
+TablesLock tablesLockFor(const SchemaFile& schema);
+
 // The statements of a schema file: its text cut at each ";" outside a
 // quoted string, without its comments and blank statements.
 std::vector<String> schemaStatements(const char* text);

@@ -84,43 +84,108 @@ bool TagStore::connect(const String& database, bool dryRun)
     return true;
 }
 
-void TagStore::prepareTables(bool dryRun)
+namespace {
+
+// The tables the catalogue lacks, named in a list, and their number.
+std::wstring missingTables(SQLConnection* connection, size_t& count)
 {
     std::wstring missing;
-    size_t held = 0;
+    count = 0;
     for (const wchar_t* table : kCatalogueTables) {
         try {
             SQLQuery(connection).execute(String(L"SELECT COUNT(*) FROM ") + table + L" WHERE 1 = 0");
-            ++held;
         } catch (Exception* e) {
             e->destroy();
-            missing += (missing.empty() ? L"" : L", ") + std::wstring(table);
+            missing += (count++ == 0 ? L"" : L", ") + std::wstring(table);
         }
     }
-    if (missing.empty()) return;
-    if (held > 0)
-        throw ZEL_NEW SQLException(L"The catalogue holds only some of its seven tables: [" + String(std::move(missing)) +
-                                   L"] are missing. It is left as it is: complete it with its schema file, or name an empty catalogue");
-    if (dryRun) {
-        tables_ = false;
-        out_ << L"The catalogue has no tables: a run without --dry-run makes them." << endl;
-        return;
-    }
-    const SchemaFile* schema = schemaFor(driver_, serverInfo());
-    if (!schema) throw ZEL_NEW SQLException(L"The catalogue has no tables, and there is no schema file for [" + serverInfo() + L"]");
-    connection->startTrans();
+    return missing;
+}
+
+// Runs a lock's statement; false when its row does not say that the lock is taken.
+bool lockStatement(SQLConnection* connection, const wchar_t* statement)
+{
+    SQLQuery q(connection);
+    q.execute(statement);
+    return q.fetch() && q.fields()[0].asInt64() == 1;
+}
+
+// Makes the tables in one transaction; the failure, the transaction rolled back, else null.
+Exception* makeTables(SQLConnection* connection, const SchemaFile& schema)
+{
     try {
-        for (const String& statement : schemaStatements(schema->text)) SQLQuery(connection).execute(statement);
+        connection->startTrans();
+        for (const String& statement : schemaStatements(schema.text)) SQLQuery(connection).execute(statement);
         connection->commitTrans();
-    } catch (Exception*) {
+        return nullptr;
+    } catch (Exception* failure) {
         try {
             connection->rollbackTrans();
         } catch (Exception* e) {
             e->destroy(); // the failure that called for the rollback says what went wrong
         }
-        throw;
+        return failure;
     }
-    out_ << L"Tables made. [" << fromNativePath(schema->name) << L"]" << endl;
+}
+
+} // namespace
+
+void TagStore::prepareTables(bool dryRun)
+{
+    constexpr size_t kAll = std::size(kCatalogueTables);
+    size_t missing = 0;
+    std::wstring names = missingTables(connection, missing);
+    if (missing == 0) return;
+    const auto partial = [&] {
+        return ZEL_NEW SQLException(L"The catalogue holds only some of its seven tables: [" + String(std::move(names)) +
+                                    L"] are missing. It is left as it is: complete it with its schema file, or name an empty catalogue");
+    };
+    if (dryRun) {
+        if (missing < kAll) throw partial();
+        tables_ = false;
+        out_ << L"The catalogue has no tables: a run without --dry-run makes them." << endl;
+        return;
+    }
+    // Other runs may be looking at the same empty catalogue: look again under
+    // the lock, or after a failure to make the tables.
+    const SchemaFile* schema = schemaFor(driver_, serverInfo());
+    const TablesLock lock = schema ? tablesLockFor(*schema) : TablesLock();
+    if (lock.take && !lockStatement(connection, lock.take))
+        throw ZEL_NEW SQLException(L"Another run kept the catalogue's tables to itself for a minute: [" + String(lock.take) + L"]");
+    Exception* failure = nullptr;
+    bool made = false, someBefore = lock.take && missing < kAll;
+    for (int attempt = 1;; ++attempt) {
+        if (lock.take || attempt > 1) names = missingTables(connection, missing);
+        if (missing == 0) break; // made by another run
+        if (missing < kAll) {
+            // A look that another run's commit cut in two sees some of the
+            // tables: they are refused when two looks in a row see some.
+            if (someBefore || attempt == kStoreAttempts) {
+                failure = partial();
+                break;
+            }
+            someBefore = true;
+        } else {
+            someBefore = false;
+            if (!schema) {
+                failure = ZEL_NEW SQLException(L"The catalogue has no tables, and there is no schema file for [" + serverInfo() + L"]");
+                break;
+            }
+            failure = makeTables(connection, *schema);
+            if ((made = !failure) || attempt == kStoreAttempts) break;
+            failure->destroy();
+            failure = nullptr;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1 + randomUpTo(kLongestWaitMilliseconds)));
+    }
+    try {
+        if (lock.release) lockStatement(connection, lock.release);
+    } catch (Exception* e) {
+        if (!failure) throw;
+        e->destroy(); // the failure before it says what went wrong
+    }
+    if (failure) throw failure;
+    if (made) out_ << L"Tables made. [" << fromNativePath(schema->name) << L"]" << endl;
 }
 
 bool TagStore::ready() const { return connection && connection->connected(); }
