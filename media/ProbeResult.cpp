@@ -139,7 +139,7 @@ size_t ProbeResult::decode(const char* p, size_t n, ProbeResult& out)
     r.facts.inform = fields.text();
     r.reason = fields.text();
     r.traces = fields.text().str();
-    if (!fields.whole()) throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
+    if (!fields.whole() || (flags & ~(kKnown | kFailed)) != 0) throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
     out = std::move(r);
     return sizeof length + length;
 }
