@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "zel/Exception.h"
@@ -27,34 +28,28 @@ Dir::Dir(const String& path) : path_(path)
         const int error = errno; // read before the allocation can touch it
         throw ZEL_NEW IOException(path, L"Open Directory Failed", error);
     }
-    struct stat st;
-    if (::fstat(fd, &st) == 0) {
-        dev_ = st.st_dev;
-        ino_ = st.st_ino;
-    }
-    DIR* d = ::fdopendir(fd);
-    if (!d) {
-        int error = errno;
-        ::close(fd);
-        throw ZEL_NEW IOException(path, L"Open Directory Failed", error);
-    }
+    // The names straight from the kernel: no stream of the C library (and no
+    // look at the directory that one takes), one call for many entries.
+    alignas(dirent64) char buffer[32768];
     for (;;) {
-        errno = 0;
-        struct dirent* e = ::readdir(d);
-        if (!e) {
-            if (errno != 0) {
-                int error = errno;
-                ::closedir(d);
-                throw ZEL_NEW IOException(path, L"Read Directory Failed", error);
-            }
-            break;
+        const long got = ::syscall(SYS_getdents64, fd, buffer, sizeof buffer);
+        if (got == 0) break;
+        if (got < 0) {
+            const int error = errno;
+            if (error == EINTR) continue;
+            ::close(fd);
+            throw ZEL_NEW IOException(path, L"Read Directory Failed", error);
         }
-        const char* n = e->d_name;
-        if (n[0] == '.' && (n[1] == '\0' || (n[1] == '.' && n[2] == '\0'))) continue;
-        order_.push_back(static_cast<uint64_t>(names_.size()) << 8 | e->d_type);
-        names_.append(n, std::strlen(n) + 1);
+        for (long at = 0; at < got;) {
+            const auto* e = reinterpret_cast<const dirent64*>(buffer + at);
+            at += e->d_reclen;
+            const char* n = e->d_name;
+            if (n[0] == '.' && (n[1] == '\0' || (n[1] == '.' && n[2] == '\0'))) continue;
+            order_.push_back(static_cast<uint64_t>(names_.size()) << 8 | e->d_type);
+            names_.append(n, std::strlen(n) + 1);
+        }
     }
-    ::closedir(d);
+    fd_ = fd;
     const char* base = names_.data();
     std::sort(order_.begin(), order_.end(), [base](uint64_t a, uint64_t b) { return std::strcmp(base + (a >> 8), base + (b >> 8)) < 0; });
     above_ = gInnermost;
@@ -63,6 +58,7 @@ Dir::Dir(const String& path) : path_(path)
 
 Dir::~Dir()
 {
+    ::close(fd_);
     // In a walk directories close in the reverse order of opening, but one that
     // closes out of turn must not stay in the chain of those still open.
     for (Dir** link = &gInnermost; *link; link = &(*link)->above_) {
@@ -75,19 +71,15 @@ Dir::~Dir()
 
 bool Dir::isOpenAbove(dev_t dev, ino_t ino) const
 {
-    for (const Dir* d = this; d; d = d->above_)
-        if (d->dev_ == dev && d->ino_ == ino) return true;
+    for (const Dir* d = this; d; d = d->above_) {
+        struct stat st;
+        if (!d->identified_ && ::fstat(d->fd_, &st) == 0) d->dev_ = st.st_dev, d->ino_ = st.st_ino, d->identified_ = true;
+        if (d->identified_ && d->dev_ == dev && d->ino_ == ino) return true;
+    }
     return false;
 }
 
-bool Dir::peekRegularFile(size_t ahead, String& name) const
-{
-    if (ahead >= order_.size() - next_) return false;
-    const uint64_t item = order_[next_ + ahead];
-    if ((item & 0xFF) != DT_REG) return false;
-    name = fromNativePath(names_.data() + (item >> 8));
-    return true;
-}
+FileFacts Dir::examine(const Entry& entry) const { return entry.examined_ ? entry.facts_ : Files::examine(fd_, entry.native_); }
 
 bool Dir::read(Entry& entry)
 {
@@ -96,11 +88,13 @@ bool Dir::read(Entry& entry)
         const char* name = names_.data() + (item >> 8);
         unsigned char type = static_cast<unsigned char>(item & 0xFF);
         entry.name_ = fromNativePath(name);
+        entry.native_ = name;
         entry.dir_ = type == DT_DIR;
-        if (type == DT_LNK || type == DT_UNKNOWN) {
+        entry.examined_ = type == DT_LNK || type == DT_UNKNOWN;
+        if (entry.examined_) {
+            entry.facts_ = Files::examine(fd_, name);
             struct stat st;
-            std::string full = nativePath(path_) + name;
-            if (::stat(full.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+            if (entry.facts_.known() && S_ISDIR(entry.facts_.mode) && ::fstatat(fd_, name, &st, 0) == 0) {
                 if (isOpenAbove(st.st_dev, st.st_ino)) {
                     ZEL_TRACE(L"Link to a directory above skipped [%ls%ls]\n", path_, entry.name_);
                     continue;

@@ -10,6 +10,7 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "zel/Files.h"
 #include "zel/Object.h"
 #include "zel/String.h"
 
@@ -20,12 +21,17 @@ public:
     class Entry {
     public:
         const String& name() const { return name_; }
+        // The name's bytes, held by the directory that gave the entry.
+        const char* nativeName() const { return native_; }
         bool isDir() const { return dir_; }
 
     private:
         friend class Dir;
         String name_;
+        const char* native_ = nullptr;
         bool dir_ = false;
+        bool examined_ = false; // facts_ holds the entry's look (a link, a type the listing did not give)
+        FileFacts facts_;
     };
 
     // Reads the directory's names; throws IOException when it cannot.
@@ -36,13 +42,11 @@ public:
 
     // The next entry; false at the end.
     bool read(Entry& entry);
-    // The name of the entry that comes `ahead` places after the one read
-    // last (0: the next one), when the directory lists it as a regular file:
-    // read will yield it as a file. False for a directory, a link, an entry
-    // of unknown type, or past the end. Nothing is read or traced.
-    bool peekRegularFile(size_t ahead, String& name) const;
     // The directory's path, ending with "/".
     const String& path() const { return path_; }
+    // What an entry that read gave is (Files::examine), looked at once:
+    // through the open directory, unless read had to look already.
+    FileFacts examine(const Entry& entry) const;
 
 private:
     bool isOpenAbove(dev_t dev, ino_t ino) const;
@@ -51,8 +55,11 @@ private:
     std::string names_;           // every name, each ended by a zero byte
     std::vector<uint64_t> order_; // offset in names_ << 8 | d_type, sorted by name
     size_t next_ = 0;
-    dev_t dev_ = 0;
-    ino_t ino_ = 0;
+    int fd_ = -1; // open for the looks at its entries
+    // Which directory it is, looked at when a link to a directory is met.
+    mutable bool identified_ = false;
+    mutable dev_t dev_ = 0;
+    mutable ino_t ino_ = 0;
     Dir* above_ = nullptr; // the directory open before this one
 };
 

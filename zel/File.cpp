@@ -34,6 +34,7 @@ File::File(const String& path, int /*flags*/, int /*mode*/) : path_(path)
         throw ZEL_NEW IOException(path, S_ISDIR(st.st_mode) ? L"Open Failed: a directory" : L"Open Failed: not a regular file");
     }
     fd_ = fd;
+    size_ = static_cast<unsigned long long>(st.st_size);
 }
 
 File::~File()
@@ -68,16 +69,6 @@ long long File::seek(long long offset, int origin)
         throw ZEL_NEW IOException(path_, L"Seek Failed", error);
     }
     return place;
-}
-
-unsigned long long File::size() const
-{
-    struct stat st;
-    if (::fstat(fd_, &st) != 0) {
-        const int error = errno;
-        throw ZEL_NEW IOException(path_, L"Size Failed", error);
-    }
-    return static_cast<unsigned long long>(st.st_size);
 }
 
 } // namespace ZELd

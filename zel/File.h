@@ -26,13 +26,15 @@ public:
     // origin 0: from the start, 1: from the current place, 2: from the end.
     // A place before the start of the file stops at the start.
     long long seek(long long offset, int origin);
-    unsigned long long size() const;
+    // The size when it was opened.
+    unsigned long long size() const { return size_; }
     const String& path() const { return path_; }
     int descriptor() const { return fd_; }
 
 private:
     String path_;
     int fd_ = -1;
+    unsigned long long size_ = 0;
 };
 
 } // namespace ZELd

@@ -14,41 +14,46 @@ namespace {
 
 long long millis(const struct statx_timestamp& t) { return t.tv_sec * 1000LL + t.tv_nsec / 1000000; }
 
-// statx following links, or of the link itself when it dangles.
-bool examine(const std::string& native, unsigned mask, struct statx& st)
+} // namespace
+
+FileFacts Files::examine(int dirFd, const char* nativeName)
 {
-    if (::statx(AT_FDCWD, native.c_str(), 0, mask, &st) == 0) return true;
-    if (errno != ENOENT && errno != ELOOP) return false;
-    return ::statx(AT_FDCWD, native.c_str(), AT_SYMLINK_NOFOLLOW, mask, &st) == 0;
+    constexpr unsigned kMask = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_ATIME | STATX_MTIME | STATX_CTIME | STATX_BTIME;
+    FileFacts facts;
+    struct statx st;
+    if (::statx(dirFd, nativeName, 0, kMask, &st) != 0 &&
+        ((errno != ENOENT && errno != ELOOP) || ::statx(dirFd, nativeName, AT_SYMLINK_NOFOLLOW, kMask, &st) != 0)) {
+        facts.error = errno;
+        return facts;
+    }
+    facts.size = st.stx_size;
+    facts.access = millis(st.stx_atime);
+    facts.modification = millis(st.stx_mtime);
+    facts.creation = (st.stx_mask & STATX_BTIME) ? millis(st.stx_btime) : millis(st.stx_ctime);
+    facts.mode = st.stx_mode;
+    return facts;
 }
 
-} // namespace
+FileFacts Files::examine(const String& path) { return examine(AT_FDCWD, nativePath(path).c_str()); }
+
+unsigned long long Files::size(const String& path)
+{
+    const FileFacts facts = examine(path);
+    if (!facts.known()) throw ZEL_NEW IOException(path, L"Size Failed", facts.error);
+    return facts.size;
+}
+
+bool Files::time(const String& path, long long& access, long long& modification, long long& creation)
+{
+    const FileFacts facts = examine(path);
+    access = facts.access, modification = facts.modification, creation = facts.creation;
+    return facts.known();
+}
 
 bool Files::isDirectory(const String& path)
 {
     struct stat st;
     return ::stat(nativePath(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-unsigned long long Files::size(const String& path)
-{
-    struct statx st;
-    const std::string native = nativePath(path);
-    if (!examine(native, STATX_SIZE, st)) {
-        const int error = errno; // read before the allocation can touch it
-        throw ZEL_NEW IOException(path, L"Size Failed", error);
-    }
-    return st.stx_size;
-}
-
-bool Files::time(const String& path, long long& access, long long& modification, long long& creation)
-{
-    struct statx st;
-    if (!examine(nativePath(path), STATX_ATIME | STATX_MTIME | STATX_CTIME | STATX_BTIME, st)) return false;
-    access = millis(st.stx_atime);
-    modification = millis(st.stx_mtime);
-    creation = (st.stx_mask & STATX_BTIME) ? millis(st.stx_btime) : millis(st.stx_ctime);
-    return true;
 }
 
 String Files::dirname(const String& path)

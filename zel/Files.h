@@ -5,6 +5,19 @@
 
 namespace ZELd {
 
+// What one look at a file tells: its size and its access, modification and
+// creation times, in milliseconds since 1970-01-01 UTC (creation is the
+// birth time where the file system records one, else the status-change
+// time), and its type.
+struct FileFacts {
+    unsigned long long size = 0;
+    long long access = 0, modification = 0, creation = 0;
+    unsigned mode = 0; // st_mode: the type and the permission bits
+    int error = 0;     // why the file could not be examined (errno); 0: it was
+
+    bool known() const { return error == 0; }
+};
+
 class Files {
 public:
     // True for a directory or a link to one.
@@ -15,6 +28,10 @@ public:
     // 1970-01-01 UTC. Creation is the birth time where the file system records
     // one, else the status-change time. False when the path cannot be examined.
     static bool time(const String& path, long long& access, long long& modification, long long& creation);
+    // One statx of the path, following a link, or of the link itself when it
+    // dangles; a native name is taken relative to the open directory dirFd.
+    static FileFacts examine(const String& path);
+    static FileFacts examine(int dirFd, const char* nativeName);
     // "dir/sub/" of "dir/sub/name": everything up to the last "/", or empty.
     static String dirname(const String& path);
     // "name" of "dir/sub/name"; dirname(p) + basename(p) == p.

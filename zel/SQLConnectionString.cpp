@@ -27,4 +27,15 @@ sqldriver::Settings parseConnectionString(const String& connectionString)
     return settings;
 }
 
+String driverOf(const String& connectionString)
+{
+    const size_t found = connectionString.search(L"DRIVER *=", true);
+    if (found == String::npos) return String();
+    String driver = connectionString.substring(L"DRIVER *= *[^;]+", true);
+    if (driver.isEmpty()) driver = connectionString.substring(found);
+    if (driver.isEmpty()) return String();
+    if (driver.indexOf(L'{') != String::npos) return String(L"ZELODBC");
+    return driver.substring(driver.indexOf(L'=') + 1).trim();
+}
+
 } // namespace ZELd
