@@ -1,10 +1,8 @@
 #define ZEL_SOURCE "media/CatalogueUpdate"
 #include "media/CatalogueUpdate.h"
 
-#include <unordered_set>
-
-#include "zel/Exception.h"
-#include "zel/Files.h"
+#include "media/Catalogue.h"
+#include "zel/DateTime.h"
 #include "zel/Utf8.h"
 
 namespace ZELd {
@@ -34,19 +32,13 @@ std::string parentOf(const std::string& dir)
 
 } // namespace
 
-CatalogueUpdate::CatalogueUpdate(TagStore& store, const String& dir, const String& name)
-    : store_(store), root_(name.isEmpty() ? stored(dir) : std::string())
+CatalogueUpdate::CatalogueUpdate(Catalogue& catalogue, const String& dir, const String& name)
+    : catalogue_(catalogue), root_(name.isEmpty() ? stored(dir) : std::string())
 {
-    const std::string onlyDir = stored(dir), onlyName = stored(name);
+    const std::string onlyDir = stored(dir);
     // LIKE may match without regard to case: what it lets through is checked here.
-    store_.readStored(likeExactly(dir) + (name.isEmpty() ? L"%" : L""), [&](StoredFile&& file) {
-        if (name.isEmpty() ? file.dir.compare(0, root_.size(), root_) != 0 : file.dir != onlyDir || file.name != onlyName) return;
-        const auto [at, added] = stored_.try_emplace(file.dir + file.name);
-        Entry& entry = at->second;
-        if (!added) return entry.more.push_back(file.id);
-        entry.first = file.id;
-        entry.size = file.size;
-        entry.modified = file.modified;
+    catalogue_.readDirectories(likeExactly(dir) + (name.isEmpty() ? L"%" : L""), [&](std::string&& path, int32_t dirId) {
+        if (name.isEmpty() ? path.compare(0, root_.size(), root_) == 0 : path == onlyDir) rows_[std::move(path)].push_back(dirId);
     });
 }
 
@@ -57,52 +49,86 @@ std::vector<RecordId> CatalogueUpdate::Entry::all() const
     return ids;
 }
 
-bool CatalogueUpdate::wanted(const String& dir, const String& name)
+CatalogueUpdate::Records CatalogueUpdate::recordsOf(const std::string& dir) const
 {
-    const auto found = stored_.find(stored(dir + name));
-    if (found == stored_.end()) return true;
+    Records records;
+    const auto rows = rows_.find(dir);
+    if (rows == rows_.end()) return records;
+    for (const int32_t dirId : rows->second)
+        catalogue_.readFiles(dirId, [&](StoredFile&& file) {
+            const auto [at, added] = records.try_emplace(std::move(file.name));
+            Entry& entry = at->second;
+            if (!added) return entry.more.push_back(file.id);
+            entry.first = file.id;
+            entry.size = file.size;
+            entry.modified = file.modified;
+        });
+    return records;
+}
+
+void CatalogueUpdate::entered(const String& dir)
+{
+    OpenDirectory& opened = open_.emplace_back();
+    opened.dir = stored(dir);
+    entered_.insert(opened.dir);
+    opened.records = recordsOf(opened.dir);
+}
+
+void CatalogueUpdate::judge(WalkedFile& file)
+{
+    const std::string name = stored(file.name);
+    file.stored = open_.back().dir + name;
+    Records& records = open_.back().records;
+    const auto found = records.find(name);
+    if (found == records.end()) {
+        file.verdict = WalkedFile::Verdict::New;
+        ++new_;
+        return;
+    }
     Entry& entry = found->second;
     entry.met = true;
-    if (!entry.more.empty() || entry.modified < 0) return true; // stored more than once: stored again as one
-    const String path = dir + name;
-    unsigned long long size;
-    try {
-        size = Files::size(path);
-    } catch (Exception* e) {
-        e->destroy(); // the run reads the file and meets the failure there
-        return true;
-    }
-    long long access, modification, creation;
     DateTime modified; // as the run stores it
-    if (Files::time(path, access, modification, creation)) modified.assign(modification);
-    return entry.size != size || entry.modified != modified.wallClock();
+    if (file.facts.known()) modified.assign(file.facts.modification);
+    // Stored more than once: stored again as one. A file that cannot be looked at is read, and meets its failure there.
+    if (entry.more.empty() && entry.modified >= 0 && file.facts.known() && entry.size == file.facts.size &&
+        entry.modified == modified.wallClock()) {
+        file.verdict = WalkedFile::Verdict::Unchanged;
+        ++unchanged_;
+        return;
+    }
+    file.verdict = WalkedFile::Verdict::Changed;
+    file.replaced = entry.all();
+    ++changed_;
 }
 
-std::vector<RecordId> CatalogueUpdate::reading(const String& dir, const String& name)
+void CatalogueUpdate::left(const String&, bool finished)
 {
-    const auto found = stored_.find(stored(dir + name));
-    ++(found == stored_.end() ? new_ : changed_);
-    return found == stored_.end() ? std::vector<RecordId>() : found->second.all();
+    OpenDirectory& dir = open_.back();
+    if (finished) {
+        finished_.insert(dir.dir);
+        for (const auto& [name, entry] : dir.records)
+            if (!entry.met) gone_.push_back(entry.all());
+    }
+    open_.pop_back();
 }
 
-void CatalogueUpdate::finish(const std::vector<String>& finished, size_t passed, bool dryRun)
+void CatalogueUpdate::finish(bool dryRun)
 {
-    unchanged_ = passed;
     if (root_.empty()) return; // one file: nothing else is looked at
-    std::unordered_set<std::string> done;
-    for (const String& dir : finished) done.insert(stored(dir));
-    for (const auto& [path, entry] : stored_) {
-        if (entry.met || !covered(path.substr(0, path.rfind('/') + 1), done)) continue;
-        if (dryRun || store_.remove(entry.all())) ++removed_;
+    // The directories that are gone, where the walk read one above them to its end.
+    for (const auto& [dir, rows] : rows_) {
+        if (entered_.count(dir) || !covered(dir)) continue;
+        for (const auto& [name, entry] : recordsOf(dir)) gone_.push_back(entry.all());
     }
+    for (const std::vector<RecordId>& records : gone_)
+        if (dryRun || catalogue_.inTransaction([&] { catalogue_.deleteRecords(records); })) ++removed_;
 }
 
-bool CatalogueUpdate::covered(const std::string& dir, const std::unordered_set<std::string>& done) const
+bool CatalogueUpdate::covered(const std::string& dir) const
 {
-    for (std::string at = dir;; at = parentOf(at)) {
-        if (done.count(at)) return true;
-        if (at.size() <= root_.size()) return false; // up to the walked directory, none was read to its end
-    }
+    for (std::string at = parentOf(dir); at.size() >= root_.size(); at = parentOf(at))
+        if (finished_.count(at)) return true;
+    return false;
 }
 
 String CatalogueUpdate::summary() const

@@ -1,6 +1,6 @@
-// An update of the catalogue (--update): what it holds under the walked
-// path, which files of the walk are new, changed or unchanged, and the
-// records of the files that are gone.
+// An update of the catalogue (--update): which files of the walk are new,
+// changed or unchanged, judged as the walk reads them, and the records of the
+// files that are gone.
 //
 // Files are matched by their path as stored (STOR_DIR.PATH + STOR_FILE.NAME,
 // UTF-8, each byte of a name that is not UTF-8 as U+FFFD). A file is
@@ -9,9 +9,13 @@
 // it is changed when its size or time differs or when earlier runs stored it
 // more than once; new when it has no record. A record whose file the walk did
 // not meet is removed only when the directory that held it was read to its
-// end, or, for a directory that is gone, when its nearest directory that is
-// not gone was: a walk that stops early, or a PATH that cannot be read,
-// removes nothing it did not see.
+// end, or, for a directory that is gone, when a directory above it was: a
+// walk that stops early, or a PATH that cannot be read, removes nothing it
+// did not see.
+//
+// What it holds: the directory rows stored under the walked path (a path and
+// an id each), and the records of the directories that the walk is in, read
+// as the walk enters each one and let go as it leaves it.
 #pragma once
 
 #include <string>
@@ -19,31 +23,30 @@
 #include <unordered_set>
 #include <vector>
 
-#include "media/TagStore.h"
+#include "media/WalkAhead.h"
 #include "zel/String.h"
 
 namespace ZELd {
 
-class CatalogueUpdate {
-public:
-    // Reads the records of the files below the directory dir (ending with
-    // "/"), or of the one file dir + name when name is not empty.
-    CatalogueUpdate(TagStore& store, const String& dir, const String& name);
+class Catalogue;
 
-    // The walk meets a file: false when it is unchanged, and the run passes it by.
-    bool wanted(const String& dir, const String& name);
-    // The run reads a file that wanted let through: counts it as new or
-    // changed, and gives the records it replaces.
-    std::vector<RecordId> reading(const String& dir, const String& name);
-    // After the walk: removes the records of the files that are gone, from
-    // the directories read to their end (unless the run is dry: then it only
-    // counts them); passed: the unchanged files the walk passed by.
-    void finish(const std::vector<String>& finished, size_t passed, bool dryRun);
+class CatalogueUpdate : public WalkObserver {
+public:
+    // Of the files below the directory dir (ending with "/"), or of the one
+    // file dir + name when name is not empty.
+    CatalogueUpdate(Catalogue& catalogue, const String& dir, const String& name);
+
+    void entered(const String& dir) override;
+    void judge(WalkedFile& file) override;
+    void left(const String& dir, bool finished) override;
+    // After the walk: removes the records of the files that are gone
+    // (unless the run is dry: then it only counts them).
+    void finish(bool dryRun);
     // "Update: new[N] changed[N] unchanged[N] removed[N]"
     String summary() const;
 
 private:
-    // A path's records (a hundred thousand of them held at once: kept small).
+    // A stored name's records.
     struct Entry {
         RecordId first;
         std::vector<RecordId> more; // records that earlier runs stored too
@@ -53,14 +56,24 @@ private:
 
         std::vector<RecordId> all() const;
     };
+    using Records = std::unordered_map<std::string, Entry>; // by stored name
+    struct OpenDirectory {
+        std::string dir; // as stored
+        Records records;
+    };
 
-    // Whether the records of the stored directory dir may be removed: it, or
-    // the nearest directory above it that the walk read, was read to its end.
-    bool covered(const std::string& dir, const std::unordered_set<std::string>& done) const;
+    // The records of the files of a stored directory, from each of its rows.
+    Records recordsOf(const std::string& dir) const;
+    // Whether the records of the stored directory dir may be removed: a
+    // directory above it was read to its end.
+    bool covered(const std::string& dir) const;
 
-    TagStore& store_;
-    std::string root_;                              // the walked directory as stored; empty for one file
-    std::unordered_map<std::string, Entry> stored_; // by stored path
+    Catalogue& catalogue_;
+    std::string root_;                                           // the walked directory as stored; empty for one file
+    std::unordered_map<std::string, std::vector<int32_t>> rows_; // the stored directories' rows, by path
+    std::vector<OpenDirectory> open_;                            // the directories the walk is in, the innermost last
+    std::unordered_set<std::string> entered_, finished_;         // as stored
+    std::vector<std::vector<RecordId>> gone_;                    // the records of each file that is gone
     size_t new_ = 0, changed_ = 0, unchanged_ = 0, removed_ = 0;
 };
 

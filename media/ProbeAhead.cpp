@@ -1,6 +1,7 @@
 #define ZEL_SOURCE "media/ProbeAhead"
 #include "media/ProbeAhead.h"
 
+#include <fcntl.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -9,6 +10,8 @@
 
 #include "zel/Debug.h"
 #include "zel/Exception.h"
+#include "zel/FileName.h"
+#include "zel/Files.h"
 
 namespace ZELd {
 
@@ -35,45 +38,45 @@ ProbeAhead::ProbeAhead(unsigned helpers, milliseconds timeout)
 
 ProbeAhead::~ProbeAhead() = default; // each helper is ended with its handle
 
-void ProbeAhead::turn(const String& path, const Upcoming& upcoming)
+void ProbeAhead::turn(const WalkedFile& file, const std::vector<const WalkedFile*>& next)
 {
-    while (!window_.empty() && !(window_.front()->path == path)) window_.pop_front();
-    if (window_.empty()) window_.push_back(std::make_shared<PendingProbe>(path));
-    String next;
-    for (size_t ahead = window_.size() - 1; window_.size() < capacity_ && upcoming(ahead, next); ++ahead)
-        window_.push_back(std::make_shared<PendingProbe>(next));
+    while (!window_.empty() && window_.front()->path() != file.path) window_.pop_front();
+    if (window_.empty()) window_.push_back(std::make_shared<Probe>(file.path));
+    for (size_t ahead = window_.size() - 1; window_.size() < capacity_ && ahead < next.size(); ++ahead)
+        window_.push_back(std::make_shared<Probe>(next[ahead]->path));
     dispatch();
     collect(kNoWait);
 }
 
-MediaFacts ProbeAhead::take(const String& path, const FileStamp& now)
+MediaFacts ProbeAhead::take(const WalkedFile& file, FileFacts& facts)
 {
-    Probe probe;
-    if (!window_.empty() && window_.front()->path == path) {
+    std::shared_ptr<Probe> probe;
+    if (!window_.empty() && window_.front()->path() == file.path) {
         probe = std::move(window_.front());
         window_.pop_front();
     } else {
-        probe = std::make_shared<PendingProbe>(path);
+        probe = std::make_shared<Probe>(file.path);
     }
     await(probe);
-    if (!probe->result.final && !probe->result.seen.matches(now)) { // changed since, or never examined: probed now
-        probe = std::make_shared<PendingProbe>(path);
+    const FileStamp seen{facts.size, facts.modification, facts.known()};
+    if (!probe->result().final && !probe->result().seen.matches(seen)) { // changed since, or never examined: looked at and probed now
+        facts = Files::examine(AT_FDCWD, file.path.c_str());
+        probe = std::make_shared<Probe>(file.path);
         await(probe);
     }
-    ProbeResult& result = probe->result;
+    ProbeResult& result = probe->result();
     if (!result.traces.empty()) ZELDebugReport(result.traces);
-    if (result.failed) throw result.failure(path);
+    if (result.failed) throw result.failure(file.fullPath());
     return std::move(result.facts);
 }
 
-void ProbeAhead::await(const Probe& probe)
+void ProbeAhead::await(const std::shared_ptr<Probe>& probe)
 {
-    while (!probe->done) {
-        if (!probe->sent) {
+    while (!probe->done()) {
+        if (probe->waiting()) {
             ProbeHelper* helper = helperWithRoom(true);
             if (!helper) { // no helper at all: the probe is made here
-                probe->result = ProbeResult::probe(probe->path);
-                probe->done = true;
+                probe->finish(ProbeResult::probe(fromNativePath(probe->path().data(), probe->path().size())));
                 return;
             }
             helper->send(probe);
@@ -85,8 +88,8 @@ void ProbeAhead::await(const Probe& probe)
 
 void ProbeAhead::dispatch()
 {
-    for (const Probe& probe : window_) {
-        if (probe->sent || probe->done) continue;
+    for (const std::shared_ptr<Probe>& probe : window_) {
+        if (!probe->waiting()) continue;
         ProbeHelper* helper = helperWithRoom(false);
         if (!helper) return;
         helper->send(probe);
@@ -98,7 +101,7 @@ ProbeHelper* ProbeAhead::helperWithRoom(bool any)
     if (unavailable_) return nullptr;
     ProbeHelper* best = nullptr;
     for (std::unique_ptr<ProbeHelper>& helper : helpers_) {
-        if (!helper) helper = ProbeHelper::start();
+        if (!helper) helper = ProbeHelper::start(timeout_);
         if (helper && (!best || helper->queue().size() < best->queue().size())) best = helper.get();
     }
     if (!best) {
@@ -119,8 +122,8 @@ void ProbeAhead::collect(milliseconds wait)
         if (!helper) continue;
         fds.push_back({helper->replies(), POLLIN, 0});
         slots.push_back(slot);
-        if (timeout_.count() > 0 && !helper->queue().empty()) { // the deadline of its probe under way ends the wait
-            const auto left = std::chrono::ceil<milliseconds>(helper->busySince() + timeout_ - now);
+        if (!helper->queue().empty() && helper->queue().front()->hasDeadline()) { // the deadline of its probe under way ends the wait
+            const auto left = std::chrono::ceil<milliseconds>(helper->queue().front()->deadline() - now);
             wait = std::max(kNoWait, wait == kForever ? left : std::min(wait, left));
         }
     }
@@ -132,22 +135,21 @@ void ProbeAhead::collect(milliseconds wait)
         if (helper->queue().empty()) helpers_[slots[i]].reset(); // gone while idle: nothing is lost
         else lose(slots[i], false);
     }
-    if (timeout_.count() <= 0) return;
     for (size_t slot = 0; slot < helpers_.size(); ++slot) {
         const ProbeHelper* helper = helpers_[slot].get();
-        if (helper && !helper->queue().empty() && Clock::now() >= helper->busySince() + timeout_) lose(slot, true);
+        if (helper && !helper->queue().empty() && helper->queue().front()->overdue(Clock::now())) lose(slot, true);
     }
 }
 
 void ProbeAhead::lose(size_t slot, bool timedOut)
 {
-    std::deque<Probe> queue = helpers_[slot]->takeQueue();
+    std::deque<std::shared_ptr<Probe>> queue = helpers_[slot]->takeQueue();
     const String how = helpers_[slot]->end(true);
     helpers_[slot].reset();
     if (queue.empty()) return;
-    queue.front()->result = ProbeResult::lost(timedOut ? String(L"MediaInfo Timeout") : L"MediaInfo Crashed (" + how + L")");
-    queue.front()->done = true;
+    queue.front()->lose(timedOut ? String(L"MediaInfo Timeout") : L"MediaInfo Crashed (" + how + L")");
     // The others were never begun: the window or the file's turn hands them to another helper.
+    for (size_t i = 1; i < queue.size(); ++i) queue[i]->requeue();
 }
 
 } // namespace ZELd

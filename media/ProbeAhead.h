@@ -23,11 +23,11 @@
 
 #include <chrono>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <vector>
 
 #include "media/ProbeHelper.h"
+#include "media/WalkedFile.h"
 #include "zel/Object.h"
 #include "zel/String.h"
 
@@ -35,10 +35,6 @@ namespace ZELd {
 
 class ProbeAhead : public Object {
 public:
-    // The file that comes `ahead` places after the file in hand (0: the next
-    // one) into path; false when there is none, or it is not known yet.
-    using Upcoming = std::function<bool(size_t ahead, String& path)>;
-
     // helpers: how many run at once; timeout: a probe's deadline, zero for none.
     ProbeAhead(unsigned helpers, std::chrono::milliseconds timeout);
     // Ends the helpers; those still probing are killed.
@@ -46,19 +42,21 @@ public:
     ProbeAhead(const ProbeAhead&) = delete;
     ProbeAhead& operator=(const ProbeAhead&) = delete;
 
-    // The walk is at the file `path`: drops the probes of earlier files that
-    // were never taken (their tags failed), and queues the files that follow.
-    void turn(const String& path, const Upcoming& upcoming);
-    // The file's facts: its probe's, when it was made ahead and the file still
-    // has the size and modification time the probe saw; else a probe made now.
-    // Throws the probe's failure.
-    MediaFacts take(const String& path, const FileStamp& now);
+    // How many files it probes ahead of the one in hand.
+    size_t lookAhead() const { return capacity_ - 1; }
+    // The walk is at `file`, and `next` come after it, in walk order: drops
+    // the probes of earlier files that were never taken (their tags failed),
+    // and queues the files that follow.
+    void turn(const WalkedFile& file, const std::vector<const WalkedFile*>& next);
+    // The file's facts: its probe's, when it was made ahead and the file
+    // still has the size and modification time in `facts`; else, the file
+    // changed since the walk looked at it: `facts` are taken again and the
+    // file is probed now. Throws the probe's failure.
+    MediaFacts take(const WalkedFile& file, FileFacts& facts);
 
 private:
-    using Probe = std::shared_ptr<PendingProbe>;
-
     // Waits until the probe is done, handing it to a helper first.
-    void await(const Probe& probe);
+    void await(const std::shared_ptr<Probe>& probe);
     // Hands the window's probes to helpers with room, in walk order.
     void dispatch();
     // A helper with room for one more probe (started when needed), or null;
@@ -73,7 +71,7 @@ private:
 
     const size_t capacity_; // files in the window
     const std::chrono::milliseconds timeout_;
-    std::deque<Probe> window_;                          // the file in hand, then those that come next, in walk order
+    std::deque<std::shared_ptr<Probe>> window_;         // the file in hand, then those that come next, in walk order
     std::vector<std::unique_ptr<ProbeHelper>> helpers_; // a slot per helper; empty until one is needed
     bool unavailable_ = false;                          // no helper could be started: probes run in the program
 };

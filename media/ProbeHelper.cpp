@@ -91,7 +91,7 @@ int serveProbes()
     return 0;
 }
 
-std::unique_ptr<ProbeHelper> ProbeHelper::start()
+std::unique_ptr<ProbeHelper> ProbeHelper::start(std::chrono::milliseconds timeout)
 {
     if (executable().empty()) return nullptr;
     int requests[2], replies[2];
@@ -121,7 +121,7 @@ std::unique_ptr<ProbeHelper> ProbeHelper::start()
     if (failed) return closeAll(), nullptr;
     ::close(requests[0]), ::close(replies[1]);
     ::fcntl(replies[0], F_SETFL, O_NONBLOCK);
-    return std::unique_ptr<ProbeHelper>(new ProbeHelper(pid, requests[1], replies[0]));
+    return std::unique_ptr<ProbeHelper>(new ProbeHelper(pid, requests[1], replies[0], timeout));
 }
 
 ProbeHelper::~ProbeHelper()
@@ -129,18 +129,18 @@ ProbeHelper::~ProbeHelper()
     if (pid_ > 0) end(!queue_.empty());
 }
 
-void ProbeHelper::send(const std::shared_ptr<PendingProbe>& probe)
+void ProbeHelper::send(const std::shared_ptr<Probe>& probe)
 {
-    const std::string native = nativePath(probe->path);
+    const std::string& native = probe->path();
     std::string request(sizeof(uint32_t), '\0');
     const auto length = static_cast<uint32_t>(native.size());
     std::memcpy(request.data(), &length, sizeof length);
     request += native;
     // A helper that is gone fails the write; its closed output tells the caller.
     moveAll(::write, requests_, request.data(), request.size());
-    if (queue_.empty()) busySince_ = Clock::now();
+    probe->sent();
+    if (queue_.empty()) probe->begin(Clock::now(), timeout_);
     queue_.push_back(probe);
-    probe->sent = true;
 }
 
 bool ProbeHelper::receive()
@@ -164,10 +164,9 @@ bool ProbeHelper::receive()
         while ((used = ProbeResult::decode(received_.data(), received_.size(), result)) > 0) {
             received_.erase(0, used);
             if (queue_.empty()) return false; // an answer to no question
-            queue_.front()->result = std::move(result);
-            queue_.front()->done = true;
+            queue_.front()->finish(std::move(result));
             queue_.pop_front();
-            busySince_ = Clock::now();
+            if (!queue_.empty()) queue_.front()->begin(Clock::now(), timeout_);
         }
     } catch (Exception* e) {
         e->destroy();
@@ -188,10 +187,6 @@ String ProbeHelper::end(bool kill)
     return howItEnded(status);
 }
 
-std::deque<std::shared_ptr<PendingProbe>> ProbeHelper::takeQueue()
-{
-    for (const auto& probe : queue_) probe->sent = false;
-    return std::exchange(queue_, {});
-}
+std::deque<std::shared_ptr<Probe>> ProbeHelper::takeQueue() { return std::exchange(queue_, {}); }
 
 } // namespace ZELd

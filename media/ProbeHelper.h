@@ -17,7 +17,7 @@
 #include <memory>
 #include <string>
 
-#include "media/ProbeResult.h"
+#include "media/Probe.h"
 #include "zel/String.h"
 
 namespace ZELd {
@@ -32,22 +32,14 @@ inline constexpr char kProbeHelperWord[] = "--probe-helper-of-sonarcat";
 // the process's exit code.
 int serveProbes();
 
-// One probe on its way: the file, and its result once it came back.
-struct PendingProbe {
-    explicit PendingProbe(String path) : path(std::move(path)) {}
-    const String path;
-    bool sent = false; // a helper has it
-    bool done = false;
-    ProbeResult result;
-};
-
 // The program's side of one helper.
 class ProbeHelper {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = Probe::Clock;
 
-    // Starts a helper; null when none can be started.
-    static std::unique_ptr<ProbeHelper> start();
+    // Starts a helper, which gives each probe `timeout` (zero: for ever)
+    // from the moment it begins it; null when none can be started.
+    static std::unique_ptr<ProbeHelper> start(std::chrono::milliseconds timeout);
     // Ends the helper (killed when it is still probing) and waits for it.
     ~ProbeHelper();
     ProbeHelper(const ProbeHelper&) = delete;
@@ -56,12 +48,10 @@ public:
     // The descriptor its results arrive on.
     int replies() const { return replies_; }
     // The probes it has and has not answered yet, the first one under way.
-    const std::deque<std::shared_ptr<PendingProbe>>& queue() const { return queue_; }
-    // When it began the probe under way (as far as the program saw).
-    Clock::time_point busySince() const { return busySince_; }
+    const std::deque<std::shared_ptr<Probe>>& queue() const { return queue_; }
 
     // Hands a probe over.
-    void send(const std::shared_ptr<PendingProbe>& probe);
+    void send(const std::shared_ptr<Probe>& probe);
     // Takes what has arrived: each whole result goes to the first probe of
     // the queue, also when the helper is gone. False when it has gone (its
     // output closed, or it wrote what is no result).
@@ -70,16 +60,18 @@ public:
     // ("SIGSEGV", "exit status 1"). The probes it had are left to the caller.
     String end(bool kill);
     // Takes the probes it had not answered.
-    std::deque<std::shared_ptr<PendingProbe>> takeQueue();
+    std::deque<std::shared_ptr<Probe>> takeQueue();
 
 private:
-    ProbeHelper(pid_t pid, int requests, int replies) : pid_(pid), requests_(requests), replies_(replies) {}
+    ProbeHelper(pid_t pid, int requests, int replies, std::chrono::milliseconds timeout)
+        : pid_(pid), requests_(requests), replies_(replies), timeout_(timeout)
+    {}
 
     pid_t pid_;
     int requests_, replies_;
-    std::deque<std::shared_ptr<PendingProbe>> queue_;
+    const std::chrono::milliseconds timeout_;
+    std::deque<std::shared_ptr<Probe>> queue_;
     std::string received_; // the part of a result that has arrived
-    Clock::time_point busySince_{};
 };
 
 } // namespace ZELd

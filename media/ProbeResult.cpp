@@ -60,17 +60,12 @@ private:
     bool broken_ = false;
 };
 
+// The file as it is just before its probe; one that cannot be looked at
+// matches nothing: the file's turn meets the same failure, or finds it again.
 FileStamp stampOf(const String& path)
 {
-    FileStamp stamp;
-    try {
-        stamp.size = Files::size(path);
-        long long access, creation;
-        stamp.known = Files::time(path, access, stamp.modification, creation);
-    } catch (Exception* e) {
-        e->destroy(); // the file's turn meets the same failure, or finds the file again
-    }
-    return stamp;
+    const FileFacts facts = Files::examine(path);
+    return {facts.size, facts.modification, facts.known()};
 }
 
 } // namespace

@@ -1,74 +1,50 @@
 #define ZEL_SOURCE "media/TagReader"
 #include "media/TagReader.h"
 
-#include <algorithm>
+#include <fcntl.h>
+
 #include <chrono>
 #include <optional>
 
+#include "media/CatalogueUpdate.h"
 #include "media/MainArguments.h"
 #include "media/MediaFacts.h"
 #include "media/Progress.h"
+#include "media/RecordRows.h"
 #include "media/TagLocation.h"
 #include "media/WalkAhead.h"
 #include "zel/Exception.h"
 #include "zel/File.h"
+#include "zel/FileName.h"
 #include "zel/Files.h"
 #include "zel/Process.h"
 #include "zel/Writer.h"
 
 namespace ZELd {
 
-namespace {
-
-constexpr size_t kRuleWidth = 80;
-
-// The report's tags[...] number: the ID3v2 version in the hundreds, the APE
-// version counted in tenths of its unit (20 for version 2000), the ID3v1
-// version in the ones ("321": ID3v2.3, APE 2, ID3v1.1).
-int32_t tagNumber(const FileInfo& file)
-{
-    return file.id3v2.version() * 100 + static_cast<int32_t>(file.ape.version() / (APEv2::Header::kVersionUnit / 10)) +
-           file.id3v1.version();
-}
-
-} // namespace
-
 TagReader::TagReader(const MainArguments& arguments)
-    : arguments(arguments), fileRule(String().assign(L'=', kRuleWidth)), sectionRule(String().assign(L'-', kRuleWidth)),
-      store(arguments.output(), arguments.errout(), sectionRule, arguments.verbose()),
-      probes_(ZELUsableCores(), std::chrono::seconds(arguments.probeTimeout()))
+    : arguments(arguments), report(arguments.output(), arguments.errout(), arguments.verbose()),
+      catalogue(arguments.errout(), arguments.output()), probes_(ZELUsableCores(), std::chrono::seconds(arguments.probeTimeout()))
 {
     const String& database = arguments.database();
-    if (!store.connect(database, arguments.dryrun())) return;
-    arguments.output() << L"Database connected. [" << store.serverInfo() << L"] Using [" << database << L"]" << endl;
-    store.prepareTables(arguments.dryrun());
+    if (!catalogue.connect(database, arguments.dryrun())) return;
+    Writer& out = arguments.output();
+    out << L"Database connected. [" << catalogue.serverInfo() << L"] Using [" << database << L"]" << endl;
+    switch (catalogue.prepareTables(arguments.dryrun())) {
+    case Catalogue::Tables::Made: out << L"Tables made. [" << fromNativePath(catalogue.schemaFile()) << L"]" << endl; break;
+    case Catalogue::Tables::Missing: out << L"The catalogue has no tables: a run without --dry-run makes them." << endl; break;
+    case Catalogue::Tables::Held: break;
+    }
 }
-
-namespace {
-// Makes an update the reader's for as long as it lives.
-class Updating {
-public:
-    Updating(CatalogueUpdate*& slot, CatalogueUpdate* update) : slot_(slot) { slot_ = update; }
-    ~Updating() { slot_ = nullptr; }
-    Updating(const Updating&) = delete;
-    Updating& operator=(const Updating&) = delete;
-
-private:
-    CatalogueUpdate*& slot_;
-};
-} // namespace
 
 void TagReader::readDir(const String& path)
 {
     std::optional<CatalogueUpdate> update;
-    if (args().update()) update.emplace(store, path.endsWith(L"/") ? path : path + L"/", String());
-    const Updating updating(update_, update ? &*update : nullptr);
-    // A file the update passes by is examined all the same.
-    auto wanted = [&](const String& dir, const String& name) { return update->wanted(dir, name) || (Progress::file(dir), false); };
-    WalkAhead walk(path, update ? WalkAhead::Wanted(wanted) : nullptr);
+    if (args().update()) update.emplace(catalogue, path.endsWith(L"/") ? path : path + L"/", String());
+    WalkAhead walk(path, probes_.lookAhead(), update ? &*update : nullptr);
     Exception* stop = walkFiles(walk);
     try {
-        if (update) endUpdate(*update, walk.finished(), walk.passed());
+        if (update) endUpdate(*update);
     } catch (Exception*) {
         if (stop) stop->destroy(); // what ended the update's removals ends the run
         throw;
@@ -78,59 +54,61 @@ void TagReader::readDir(const String& path)
 
 Exception* TagReader::walkFiles(WalkAhead& walk)
 {
-    const ProbeAhead::Upcoming upcoming = [&walk](size_t ahead, String& next) { return walk.upcoming(ahead, next); };
     for (;;) {
         try {
             if (!walk.next()) return nullptr;
         } catch (Exception* e) {
             return e;
         }
-        probes_.turn(walk.dir() + walk.name(), upcoming);
-        read(walk.dir(), walk.name());
+        probes_.turn(walk.file(), walk.upcoming());
+        read(walk.file());
     }
 }
 
 void TagReader::readFile(const String& dir, const String& name)
 {
-    if (!args().update()) return read(dir, name);
-    CatalogueUpdate update(store, dir, name);
-    const Updating updating(update_, &update);
-    const bool wanted = update.wanted(dir, name);
-    if (wanted) read(dir, name);
+    WalkedFile file;
+    file.dir = dir;
+    file.name = name;
+    file.path = nativePath(dir + name);
+    file.facts = Files::examine(AT_FDCWD, file.path.c_str());
+    if (!args().update()) return read(file);
+    CatalogueUpdate update(catalogue, dir, name);
+    update.entered(dir);
+    update.judge(file);
+    if (file.verdict != WalkedFile::Verdict::Unchanged) read(file);
     else Progress::file(dir);
-    endUpdate(update, {}, wanted ? 0 : 1);
+    endUpdate(update);
 }
 
-void TagReader::endUpdate(CatalogueUpdate& update, const std::vector<String>& finished, size_t passed)
+void TagReader::endUpdate(CatalogueUpdate& update)
 {
-    update.finish(finished, passed, args().dryrun());
+    update.finish(args().dryrun());
     args().output() << update.summary() << endl;
 }
 
-void TagReader::read(const String& dir, const String& name)
+void TagReader::read(const WalkedFile& file)
 {
-    Progress::file(dir);
-    const std::vector<RecordId> replaced = update_ ? update_->reading(dir, name) : std::vector<RecordId>();
-    FileInfo info(dir, name);
-    const String path = dir + name;
-    info.size = Files::size(path);
-    long long access = 0, modification = 0, creation = 0;
-    const bool timed = Files::time(path, access, modification, creation);
-    if (timed) {
-        info.atime.assign(access);
-        info.mtime.assign(modification);
-        info.ctime.assign(creation);
-    }
+    Progress::file(file.dir);
+    if (!file.facts.known()) throw ZEL_NEW IOException(file.fullPath(), L"Size Failed", file.facts.error);
+    FileInfo info(file.dir, file.name);
+    FileFacts facts = file.facts;
     try {
-        if (name.toLowerCase().endsWith(L".mp3")) readTag(path, info);
-        info.media = probes_.take(path, {info.size, modification, timed});
+        if (file.name.toLowerCase().endsWith(L".mp3")) readTag(file.fullPath(), info);
+        info.media = probes_.take(file, facts);
     } catch (Exception* e) {
         info.notes = e->toString();
         args().errout() << e->toStringAll() << endl;
         e->destroy();
     }
+    info.size = facts.size;
+    if (facts.known()) {
+        info.atime.assign(facts.access);
+        info.mtime.assign(facts.modification);
+        info.ctime.assign(facts.creation);
+    }
     print(info);
-    persist(info, replaced);
+    persist(info, file.replaced);
 }
 
 void TagReader::readTag(const String& path, FileInfo& info)
@@ -146,35 +124,16 @@ void TagReader::readTag(const String& path, FileInfo& info)
     if (const char* v1 = at.id3v1()) info.id3v1.read(v1);
 }
 
-void TagReader::print(const FileInfo& file) const
-{
-    Writer& out = args().output();
-    out << fileRule << endl;
-    out << L"DIR [" << file.dir << L"]" << endl;
-    out << L"FILE[" << file.name << L"]" << endl;
-    out.printf(L"    tags[%03d]", tagNumber(file));
-    out << L" size[" << static_cast<unsigned long long>(file.size) << L"]" << L" mtime[" << file.mtime.toString() << L"]" << L" notes["
-        << file.notes << L"]" << endl;
-    const MediaFacts& media = file.media;
-    out << L"    format[" << media.format << L"]" << L" width[" << media.width << L"]" << L" height[" << media.height << L"]"
-        << L" duration[" << media.duration << L"]" << endl;
-    if (!args().verbose()) return;
-    if (file.id3v2.version() > 0) {
-        out << sectionRule << endl << file.id3v2.toString() << endl;
-        for (const ID3v2Frame* frame : file.id3v2.frames()) out << frame->toString() << endl;
-    }
-    if (file.ape.version() != 0) {
-        out << sectionRule << endl << file.ape.toString() << endl;
-        for (const APEv2Item* item : file.ape.items()) out << item->toString() << endl;
-    }
-    if (file.id3v1.version() > 0) out << sectionRule << endl << file.id3v1.toString() << endl;
-    out << sectionRule << endl;
-    out << file.media.inform << endl;
-}
+void TagReader::print(const FileInfo& file) const { report.print(file); }
 
 void TagReader::persist(const FileInfo& file, const std::vector<RecordId>& replaced)
 {
-    if (!args().dryrun()) store.persist(file, replaced);
+    if (args().dryrun()) return;
+    catalogue.inTransaction([&] {
+        catalogue.deleteRecords(replaced);
+        report.rowsBegin();
+        insertRecord(catalogue, file, report);
+    });
 }
 
 } // namespace ZELd

@@ -2,15 +2,19 @@
 // and its rows.
 #pragma once
 
-#include "media/CatalogueUpdate.h"
+#include <vector>
+
+#include "media/Catalogue.h"
 #include "media/FileInfo.h"
+#include "media/FileReport.h"
 #include "media/ProbeAhead.h"
-#include "media/TagStore.h"
+#include "media/WalkedFile.h"
 #include "zel/Object.h"
 #include "zel/String.h"
 
 namespace ZELd {
 
+class CatalogueUpdate;
 class Exception;
 class MainArguments;
 class WalkAhead;
@@ -22,7 +26,7 @@ public:
     // Opens the database connection when --database names a driver; a
     // connection that cannot be made throws, and no reader exists.
     explicit TagReader(const MainArguments& arguments);
-    // The store deletes the connection, which ends it; nothing is committed here.
+    // The catalogue deletes the connection, which ends it; nothing is committed here.
     ~TagReader() override = default;
     TagReader(const TagReader&) = delete;
     TagReader& operator=(const TagReader&) = delete;
@@ -35,13 +39,13 @@ public:
     // Handles PATH when it is one file: read, or, with --update, read when
     // it is new or changed.
     void readFile(const String& dir, const String& name);
-    // Handles one file: dir ends with "/" (or is empty), name is the file's name in it.
-    void read(const String& dir, const String& name);
+    // Handles one file of the walk: its record, report and rows.
+    void read(const WalkedFile& file);
     // Reads the tags of the file at path into the record.
     void readTag(const String& path, FileInfo& info);
     // Writes the record's report to the output writer.
     void print(const FileInfo& file) const;
-    // Hands the record to the store, which stores it in one transaction
+    // Hands the record to the catalogue, which stores it in one transaction
     // (unless the run is dry or has no database), in place of the records it
     // replaces.
     void persist(const FileInfo& file, const std::vector<RecordId>& replaced = {});
@@ -53,14 +57,12 @@ private:
     // itself (a directory that cannot be opened), null at its end.
     Exception* walkFiles(WalkAhead& walk);
     // Removes what is gone and prints the update's line.
-    void endUpdate(CatalogueUpdate& update, const std::vector<String>& finished, size_t passed);
+    void endUpdate(CatalogueUpdate& update);
 
     const MainArguments& arguments;
-    String fileRule;                    // 80 "=": opens each file's report
-    String sectionRule;                 // 80 "-": opens each verbose section and each file's rows
-    TagStore store;                     // the connection, the current directory (currentDir) and the last ids (dirId, fileId)
-    ProbeAhead probes_;                 // the media probes, made in helper processes
-    CatalogueUpdate* update_ = nullptr; // during an update's walk
+    FileReport report;   // every line about a file
+    Catalogue catalogue; // the connection, the tables, the ids, a file's transaction
+    ProbeAhead probes_;  // the media probes, made in helper processes
 };
 
 } // namespace ZELd

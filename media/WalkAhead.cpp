@@ -3,9 +3,11 @@
 
 #include <utility>
 
+#include "media/Progress.h"
 #include "media/Walk.h"
 #include "zel/Debug.h"
 #include "zel/Exception.h"
+#include "zel/FileName.h"
 
 namespace ZELd {
 
@@ -15,13 +17,22 @@ namespace {
 constexpr size_t kMostSteps = 256;
 } // namespace
 
-WalkAhead::WalkAhead(const String& path, Wanted wanted) : root_(path), wanted_(std::move(wanted)) {}
+WalkAhead::WalkAhead(const String& path, size_t lookAhead, WalkObserver* observer) : root_(path), lookAhead_(lookAhead), observer_(observer)
+{}
 
 WalkAhead::~WalkAhead()
 {
     for (Step& step : steps_)
         if (step.failure) step.failure->destroy();
     while (!open_.empty()) open_.pop_back(); // the innermost directory closes first
+}
+
+void WalkAhead::open(const String& path)
+{
+    OpenDir opened{std::unique_ptr<Dir>(ZEL_NEW Dir(path)), std::string()};
+    opened.native = nativePath(opened.dir->path());
+    open_.push_back(std::move(opened));
+    if (observer_) observer_->entered(open_.back().dir->path());
 }
 
 bool WalkAhead::readOn()
@@ -32,30 +43,34 @@ bool WalkAhead::readOn()
     try {
         if (!started_) {
             started_ = true;
-            open_.push_back(std::unique_ptr<Dir>(ZEL_NEW Dir(root_)));
+            open(root_);
         }
         Dir::Entry entry;
         while (!open_.empty()) {
-            Dir& dir = *open_.back();
+            Dir& dir = *open_.back().dir;
             if (!dir.read(entry)) {
-                step.finished.push_back(dir.path());
+                if (observer_) observer_->left(dir.path(), true);
                 open_.pop_back();
             } else if (!entry.isDir()) {
-                step.dir = dir.path();
-                step.name = entry.name();
-                step.wanted = !wanted_ || wanted_(step.dir, step.name);
+                WalkedFile& file = step.file;
+                file.dir = dir.path();
+                file.name = entry.name();
+                file.path = open_.back().native + entry.nativeName();
+                file.facts = dir.examine(entry);
+                if (observer_) observer_->judge(file);
                 break;
             } else if (walksInto(entry)) {
-                open_.push_back(std::unique_ptr<Dir>(ZEL_NEW Dir(dir.path() + entry.name())));
+                open(dir.path() + entry.name());
             }
         }
     } catch (Exception* e) {
         step.failure = e; // the walk ends there
-        while (!open_.empty()) open_.pop_back();
+        for (; !open_.empty(); open_.pop_back())
+            if (observer_) observer_->left(open_.back().dir->path(), false);
     }
     ZELDebugCaptureReport(before);
     ended_ = open_.empty();
-    if (step.name.isEmpty() && !step.failure && step.traces.empty() && step.finished.empty()) return false;
+    if (step.file.name.isEmpty() && !step.failure && step.traces.empty()) return false;
     steps_.push_back(std::move(step));
     return true;
 }
@@ -64,31 +79,25 @@ bool WalkAhead::next()
 {
     if (inHand_) steps_.pop_front();
     inHand_ = false;
+    upcoming_.clear();
     for (;;) {
         if (steps_.empty() && !readOn()) return false;
         Step& step = steps_.front();
         if (!step.traces.empty()) ZELDebugReport(std::exchange(step.traces, std::wstring()));
-        for (String& dir : step.finished) finished_.push_back(std::move(dir));
-        step.finished.clear();
         if (Exception* failure = std::exchange(step.failure, nullptr)) throw failure;
-        if (step.wanted && !step.name.isEmpty()) return inHand_ = true;
-        if (!step.name.isEmpty()) ++passed_;
+        if (toRead(step)) break;
+        if (!step.file.name.isEmpty()) Progress::file(step.file.dir); // passed by: examined all the same
         steps_.pop_front();
     }
-}
-
-bool WalkAhead::upcoming(size_t ahead, String& path)
-{
-    for (size_t i = inHand_ ? 1 : 0, files = 0;; ++i) {
-        if (i == steps_.size() && (steps_.size() >= kMostSteps || !readOn())) return false;
+    inHand_ = true;
+    // The files that come next, read as far as the look ahead asks.
+    for (size_t i = 1; upcoming_.size() < lookAhead_; ++i) {
+        if (i == steps_.size() && (steps_.size() >= kMostSteps || !readOn())) break;
         const Step& step = steps_[i];
-        if (step.failure) return false;
-        if (step.name.isEmpty() || !step.wanted) continue;
-        if (files++ == ahead) {
-            path = step.dir + step.name;
-            return true;
-        }
+        if (step.failure) break;
+        if (toRead(step)) upcoming_.push_back(&step.file);
     }
+    return true;
 }
 
 } // namespace ZELd

@@ -2,20 +2,21 @@
 // files that come next are known wherever they lie in the tree.
 //
 // The order is walkTree's (names in byte order, a subdirectory walked where
-// it is met); the directories are read as the walk reaches them, a few
-// entries ahead of the caller. What the reading meets on the way is kept for
-// the caller's turn: a trace (a link back up the tree that is skipped) is
-// written to the debug report, and a failure (a directory that cannot be
-// opened, which ends the walk) is thrown, when the caller reaches the place
-// where the walk met it.
+// it is met); the directories are read as the walk reaches them, a few files
+// ahead of the caller. Each file is looked at once, as it is read: its
+// WalkedFile holds the facts, and, in an update, the verdict of the
+// observer. What the reading meets on the way is kept for the caller's turn:
+// a trace (a link back up the tree that is skipped) is written to the debug
+// report, and a failure (a directory that cannot be opened, which ends the
+// walk) is thrown, when the caller reaches the place where the walk met it.
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "media/WalkedFile.h"
 #include "zel/Dir.h"
 #include "zel/Object.h"
 #include "zel/String.h"
@@ -24,51 +25,63 @@ namespace ZELd {
 
 class Exception;
 
+// What learns of the directories and files as the walk reads them: an
+// update of the catalogue, which judges each file.
+class WalkObserver {
+public:
+    virtual ~WalkObserver() = default;
+    // The walk opened the directory dir (ending with "/").
+    virtual void entered(const String& dir) = 0;
+    // A file of the directory entered last, looked at: its verdict.
+    virtual void judge(WalkedFile& file) = 0;
+    // The walk is done with dir: finished when it read it to its end, not
+    // when the walk stopped inside it.
+    virtual void left(const String& dir, bool finished) = 0;
+};
+
 class WalkAhead : public Object {
 public:
-    // Whether the walk stops at a file (dir ends with "/"); null: at every file.
-    using Wanted = std::function<bool(const String& dir, const String& name)>;
-
-    explicit WalkAhead(const String& path, Wanted wanted = nullptr);
+    // lookAhead: how many files to read, at the least, after the one in hand
+    // (files that the observer passes by do not count).
+    WalkAhead(const String& path, size_t lookAhead, WalkObserver* observer = nullptr);
     ~WalkAhead() override;
     WalkAhead(const WalkAhead&) = delete;
     WalkAhead& operator=(const WalkAhead&) = delete;
 
-    // Moves to the next entry that is not a directory: its directory (ending
-    // with "/") and name stay valid until the next call. False at the end.
+    // Moves to the next file to read, reading ahead; false at the end. The
+    // file stays valid until the next call.
     bool next();
-    const String& dir() const { return steps_.front().dir; }
-    const String& name() const { return steps_.front().name; }
-    // The path of the file that comes `ahead` files after the one in hand
-    // (0: the next one), reading on when it is not known yet; false past the
-    // end, past a failure, or beyond the entries it may read ahead.
-    bool upcoming(size_t ahead, String& path);
-    // The files the walk passed because they were not wanted, up to the one in hand.
-    size_t passed() const { return passed_; }
-    // The directories (paths ending with "/") read to their end, up to the
-    // file in hand; after the end of the walk, every one it read.
-    const std::vector<String>& finished() const { return finished_; }
+    const WalkedFile& file() const { return steps_.front().file; }
+    // The files to read after the one in hand, as far as the walk read
+    // ahead, in walk order: none past a failure.
+    const std::vector<const WalkedFile*>& upcoming() const { return upcoming_; }
 
 private:
     struct Step {
-        String dir, name; // an empty name: no file, only what the walk met there
-        bool wanted = true;
+        WalkedFile file; // an empty name: no file, only what the walk met there
         std::wstring traces;
-        std::vector<String> finished; // the directories read to their end just before
         Exception* failure = nullptr;
+    };
+    struct OpenDir {
+        std::unique_ptr<Dir> dir;
+        std::string native; // its path as the system takes it
     };
 
     // Reads one more entry into the steps; false at the end of the walk.
     bool readOn();
+    // Opens a directory of the walk.
+    void open(const String& path);
+    // Whether a step is a file to read.
+    static bool toRead(const Step& step) { return !step.file.name.isEmpty() && step.file.verdict != WalkedFile::Verdict::Unchanged; }
 
     const String root_;
-    const Wanted wanted_;
-    std::vector<std::unique_ptr<Dir>> open_; // the directories being read, the innermost last
-    std::deque<Step> steps_;                 // the entry in hand first, then those read ahead
+    const size_t lookAhead_;
+    WalkObserver* const observer_;
+    std::vector<OpenDir> open_; // the directories being read, the innermost last
+    std::deque<Step> steps_;    // the entry in hand first, then those read ahead
+    std::vector<const WalkedFile*> upcoming_;
     bool started_ = false, ended_ = false;
     bool inHand_ = false; // steps_.front() was given by next()
-    size_t passed_ = 0;
-    std::vector<String> finished_;
 };
 
 } // namespace ZELd

@@ -36,20 +36,6 @@ FileFacts Files::examine(int dirFd, const char* nativeName)
 
 FileFacts Files::examine(const String& path) { return examine(AT_FDCWD, nativePath(path).c_str()); }
 
-unsigned long long Files::size(const String& path)
-{
-    const FileFacts facts = examine(path);
-    if (!facts.known()) throw ZEL_NEW IOException(path, L"Size Failed", facts.error);
-    return facts.size;
-}
-
-bool Files::time(const String& path, long long& access, long long& modification, long long& creation)
-{
-    const FileFacts facts = examine(path);
-    access = facts.access, modification = facts.modification, creation = facts.creation;
-    return facts.known();
-}
-
 bool Files::isDirectory(const String& path)
 {
     struct stat st;
