@@ -1,12 +1,10 @@
 #include "zel/Object.h"
 
-#include "zel/Writer.h"
+#include <new>
 
 namespace ZELd {
 
 String Object::toString() const { return String::format(L"%s", typeInfo().name()); }
-
-void Object::dump(Writer& out) const { out << toString() << endl; }
 
 void Object::destroy() { delete this; }
 

@@ -9,8 +9,6 @@
 
 namespace ZELd {
 
-class Writer;
-
 class Object {
 public:
     Object() = default;
@@ -19,8 +17,6 @@ public:
     virtual ~Object() = default;
 
     virtual String toString() const;
-    // Writes toString() and a line end.
-    virtual void dump(Writer& out) const;
     // Deletes the object (used for caught exceptions).
     virtual void destroy();
     virtual const std::type_info& typeInfo() const;
