@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include "zel/DebugAllocator.h"
+
 namespace ZELd {
 
 String Object::toString() const { return String::format(L"%s", typeInfo().name()); }

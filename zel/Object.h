@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <typeinfo>
 
-#include "zel/Debug.h"
 #include "zel/String.h"
 
 namespace ZELd {
