@@ -5,6 +5,7 @@
 
 #include "media/TagCharset.h"
 #include "zel/ByteString.h"
+#include "zel/Debug.h"
 #include "zel/Decoders.h"
 
 namespace ZELd {

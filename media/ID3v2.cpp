@@ -8,6 +8,7 @@
 
 #include "media/ID3v2FrameKinds.h"
 #include "media/TagCharset.h"
+#include "zel/Debug.h"
 #include "zel/Decoders.h"
 #include "zel/Exception.h"
 #include "zel/StringBuilder.h"

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "zel/Debug.h"
 #include "zel/Exception.h"
 #include "zel/FileName.h"
 #include "zel/Numbers.h"

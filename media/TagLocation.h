@@ -10,7 +10,7 @@
 
 #include <cstring>
 
-#include "media/APEv2.h"
+#include "media/APEHeader.h"
 #include "zel/File.h"
 
 namespace ZELd {
@@ -33,14 +33,14 @@ struct TagLocation {
     }
 
     bool id3v2() const { return hasHead && std::memcmp(head, "ID3", 3) == 0; }
-    bool apeHeader() const { return hasHead && APEv2::Header::at(head); }
+    bool apeHeader() const { return hasHead && APEHeader::at(head); }
     // The APE footer at the end and its position from the end (-160 before an
     // ID3v1 tag, -32 ending the file); null when there is none.
     const char* apeFooter(long long& position) const
     {
         if (!hasTail) return nullptr;
-        if (APEv2::Header::at(tail)) return position = -160, tail;
-        if (APEv2::Header::at(tail + 128)) return position = -32, tail + 128;
+        if (APEHeader::at(tail)) return position = -160, tail;
+        if (APEHeader::at(tail + 128)) return position = -32, tail + 128;
         return nullptr;
     }
     // The 128 bytes of an ID3v1 tag; null when there is none.

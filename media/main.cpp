@@ -16,6 +16,7 @@
 #include "media/TagCounter.h"
 #include "media/TagReader.h"
 #include "zel/DateTime.h"
+#include "zel/Debug.h"
 #include "zel/Exception.h"
 #include "zel/Files.h"
 #include "zel/Process.h"

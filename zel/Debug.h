@@ -1,9 +1,5 @@
-// The debug allocator, assertions and traces.
-//
-// Every allocation of the process goes through the debug allocator (the
-// global new and delete are replaced). Blocks allocated with a source path
-// and line are the program's own and are listed by the leak report when
-// still held; the others are only counted.
+// Assertions, traces and the leak report of the debug allocator, which comes
+// with them (zel/DebugAllocator.h).
 //
 // Each source file that uses the macros below defines ZEL_SOURCE as its path
 // without extension, for example: #define ZEL_SOURCE "media/ID3v2"
@@ -12,24 +8,12 @@
 #include <cstddef>
 #include <string>
 
+#include "zel/DebugAllocator.h"
 #include "zel/Format.h"
 
 namespace ZELd {
 
 class Writer;
-
-// Allocation kinds.
-enum : int {
-    ZELAllocBuffer = 0,
-    ZELAllocNew = 1,
-    ZELAllocArrayNew = 2,
-    ZELFreeBuffer = 0,
-    ZELFreeDelete = 5,
-    ZELFreeArrayDelete = 6,
-};
-
-void* ZELDebugMalloc(size_t size, int kind, const char* path, int line);
-void ZELDebugFree(void* block, int kind, const char* path, int line);
 
 // Reports a failed assertion on the debug report and returns.
 void ZELDebugAssert(const char* path, int line, const char* expression);
@@ -61,20 +45,7 @@ std::wstring* ZELDebugCaptureReport(std::wstring* into);
 // Level 0 says nothing when the program holds no block; level 1 always counts.
 void ZELDebugDumpGlobalMemoryLeak(int level, Writer& out);
 
-struct ZELDebugMemoryStatus {
-    size_t ownBlocks, ownBytes, otherBlocks, otherBytes;
-};
-ZELDebugMemoryStatus ZELDebugMemory();
-
-// The largest single block asked for, of any kind, since the last reset (or
-// the start): lets a test bound what reading one file may allocate.
-size_t ZELDebugLargestBlock();
-void ZELDebugResetLargestBlock();
-
 } // namespace ZELd
 
-#define ZEL_HERE ZEL_SOURCE, __LINE__
 #define ZEL_ASSERT(expr) ((expr) ? (void)0 : ::ZELd::ZELDebugAssert(ZEL_SOURCE, __LINE__, #expr))
 #define ZEL_TRACE(...) ::ZELd::ZELDebugTrace(ZEL_SOURCE, __LINE__, __VA_ARGS__)
-#define ZEL_MALLOC(size) ::ZELd::ZELDebugMalloc((size), ::ZELd::ZELAllocBuffer, ZEL_SOURCE, __LINE__)
-#define ZEL_FREE(block) ::ZELd::ZELDebugFree((block), ::ZELd::ZELFreeBuffer, ZEL_SOURCE, __LINE__)

@@ -10,6 +10,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "zel/Debug.h"
 #include "zel/Exception.h"
 #include "zel/FileName.h"
 

@@ -2,12 +2,9 @@
 
 #include <algorithm>
 
-#include "zel/String.h"
 #include "zel/Utf8.h"
 
 namespace ZELd {
-
-FormatArg::FormatArg(const String& v) : kind(WideText), ws(v.c_str()), len(v.length()) {}
 
 namespace {
 

@@ -11,10 +11,15 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace ZELd {
 
-class String;
+// Wide text kept as one run of characters of known length, such as String:
+// formatted from its characters where they are, without a copy.
+template <class T>
+concept WideCharacterRun = std::is_same_v<decltype(std::declval<const T&>().c_str()), const wchar_t*> &&
+    std::is_convertible_v<decltype(std::declval<const T&>().length()), size_t>;
 
 struct FormatArg {
     enum Kind { Signed, Unsigned, WideText, NarrowText, Pointer };
@@ -45,7 +50,9 @@ struct FormatArg {
     FormatArg(const wchar_t* v) : kind(WideText), ws(v ? v : L"(null)"), len(std::char_traits<wchar_t>::length(ws)) {}
     FormatArg(const std::wstring& v) : kind(WideText), ws(v.data()), len(v.size()) {}
     FormatArg(std::wstring_view v) : kind(WideText), ws(v.data()), len(v.size()) {}
-    FormatArg(const String& v);
+    template <WideCharacterRun T>
+    FormatArg(const T& v) : kind(WideText), ws(v.c_str()), len(v.length())
+    {}
     FormatArg(const char* v) : kind(NarrowText), s(v ? v : "(null)"), len(std::char_traits<char>::length(s)) {}
     FormatArg(const void* v) : kind(Pointer), bits(64), u(reinterpret_cast<unsigned long long>(v)) {}
 };

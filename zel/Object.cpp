@@ -1,12 +1,12 @@
 #include "zel/Object.h"
 
-#include "zel/Writer.h"
+#include <new>
+
+#include "zel/DebugAllocator.h"
 
 namespace ZELd {
 
 String Object::toString() const { return String::format(L"%s", typeInfo().name()); }
-
-void Object::dump(Writer& out) const { out << toString() << endl; }
 
 void Object::destroy() { delete this; }
 

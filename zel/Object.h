@@ -4,12 +4,9 @@
 #include <cstddef>
 #include <typeinfo>
 
-#include "zel/Debug.h"
 #include "zel/String.h"
 
 namespace ZELd {
-
-class Writer;
 
 class Object {
 public:
@@ -19,8 +16,6 @@ public:
     virtual ~Object() = default;
 
     virtual String toString() const;
-    // Writes toString() and a line end.
-    virtual void dump(Writer& out) const;
     // Deletes the object (used for caught exceptions).
     virtual void destroy();
     virtual const std::type_info& typeInfo() const;

@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "zel/Debug.h"
 #include "zel/FileName.h"
 #include "zel/SQLConnectionString.h"
 #include "zel/SQLDriver.h"

@@ -22,8 +22,9 @@
 
 #include "zel/ByteString.h"
 #include "zel/DateTime.h"
-#include "zel/Exception.h"
 #include "zel/Object.h"
+#include "zel/SQLConfiguration.h"
+#include "zel/SQLException.h"
 #include "zel/String.h"
 
 namespace ZELd {
@@ -42,33 +43,6 @@ enum DataType : int {
 // How setValue stores a time: a timestamp without time zone (bit pattern 0x8000).
 constexpr short TimestampWithoutZone = -32768;
 } // namespace SQL
-
-class SQLException : public Exception {
-public:
-    using Exception::Exception;
-    SQLException(const String& message, bool conflict) : Exception(message), conflict_(conflict) {}
-    const wchar_t* className() const override { return L"SQLException"; }
-    // Another transaction took a key this one writes, or the two deadlocked:
-    // rolled back and tried again, the work may succeed.
-    bool conflict() const { return conflict_; }
-
-private:
-    bool conflict_ = false;
-};
-
-// What the program tells the SQL layer about itself, at start-up before its
-// first connection.
-struct SQLConfiguration {
-    // Where driver modules are looked for after the program's own directory:
-    // directories relative to it, each ending with "/".
-    std::vector<String> moduleDirectories;
-    // What the message about a driver whose module is missing tells the user
-    // to do, per driver name (such as {"ZELPostgreSQL", "install the package
-    // ..."}); a driver without an entry gets no advice.
-    std::vector<std::pair<String, String>> installHints;
-    // How the program names itself to a server that lists its clients; empty: not named.
-    String applicationName;
-};
 
 // One parameter of a prepared statement; it keeps its value from one execute
 // to the next until it is set again.

@@ -9,7 +9,8 @@
 
 #include "zel/FileName.h"
 #include "zel/Files.h"
-#include "zel/SQL.h"
+#include "zel/SQLConfiguration.h"
+#include "zel/SQLException.h"
 #include "zel/SharedLibrary.h"
 #include "zel/StringBuilder.h"
 
