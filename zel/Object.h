@@ -8,6 +8,8 @@
 
 namespace ZELd {
 
+class Writer;
+
 class Object {
 public:
     Object() = default;
@@ -16,6 +18,8 @@ public:
     virtual ~Object() = default;
 
     virtual String toString() const;
+    // Writes toString() and a line end (defined with the writers, which are objects themselves).
+    virtual void dump(Writer& out) const;
     // Deletes the object (used for caught exceptions).
     virtual void destroy();
     virtual const std::type_info& typeInfo() const;

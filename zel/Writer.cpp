@@ -10,6 +10,8 @@
 
 namespace ZELd {
 
+void Object::dump(Writer& out) const { out << toString() << endl; }
+
 namespace {
 constexpr size_t kBufferSize = 64 * 1024;
 }
