@@ -5,10 +5,10 @@
 
 namespace ZELd {
 
-MediaFacts MediaFacts::probe(const String& path)
+MediaFacts MediaFacts::probe(const String& path, const FileFacts& file)
 {
     MediaFacts facts;
-    MediaInfo media(path);
+    MediaInfo media(path, file);
     facts.inform = media.inform_r();
     facts.format = media.format();
     if (media.videoCount() > 0) {

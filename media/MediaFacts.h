@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "zel/Files.h"
 #include "zel/String.h"
 
 namespace ZELd {
@@ -17,8 +18,9 @@ struct MediaFacts {
     uint32_t height = 0;
     uint32_t duration = 0; // seconds
 
-    // Probes the file; throws what MediaInfo throws ("MediaInfo Open Failed").
-    static MediaFacts probe(const String& path);
+    // Probes the file, as the caller just looked at it (Files::examine);
+    // throws what MediaInfo throws ("MediaInfo Open Failed").
+    static MediaFacts probe(const String& path, const FileFacts& facts);
 };
 
 } // namespace ZELd

@@ -146,19 +146,18 @@ void MediaInfo::cleanup()
     gLib = MediaInfoLibrary();
 }
 
-MediaInfo::MediaInfo(const String& path)
+MediaInfo::MediaInfo(const String& path) : MediaInfo(path, Files::examine(path)) {}
+
+MediaInfo::MediaInfo(const String& path, const FileFacts& facts)
 {
     initialize();
     const MediaInfoLibrary& lib = gLib;
-    std::string native = nativePath(path);
-    struct stat st;
-    if (::stat(native.c_str(), &st) != 0) {
-        const int error = errno; // read before the allocation can touch it
-        throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", error);
-    }
-    if (!S_ISREG(st.st_mode)) throw ZEL_NEW IOException(path, L"MediaInfo Open Failed");
+    // Only what a link leads to is examined.
+    if (const int error = facts.linkError ? facts.linkError : facts.error) throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", error);
+    if (!S_ISREG(facts.mode)) throw ZEL_NEW IOException(path, L"MediaInfo Open Failed");
+    const std::string native = hasEscapedBytes(path) ? nativePath(path) : std::string();
     String name = path;
-    if (hasEscapedBytes(path)) {
+    if (!native.empty()) {
         fd_ = ::open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
         if (fd_ < 0) {
             const int error = errno;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "zel/Files.h"
 #include "zel/Object.h"
 #include "zel/String.h"
 
@@ -18,6 +19,8 @@ public:
     // Opens the file; throws IOException "MediaInfo Open Failed" when the library
     // cannot open it, or when it is not a regular file (a FIFO would block).
     explicit MediaInfo(const String& path);
+    // The same, with the file as the caller just looked at it (Files::examine).
+    MediaInfo(const String& path, const FileFacts& facts);
     ~MediaInfo() override;
     MediaInfo(const MediaInfo&) = delete;
     MediaInfo& operator=(const MediaInfo&) = delete;

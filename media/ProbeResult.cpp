@@ -60,23 +60,18 @@ private:
     bool broken_ = false;
 };
 
-// The file as it is just before its probe; one that cannot be looked at
-// matches nothing: the file's turn meets the same failure, or finds it again.
-FileStamp stampOf(const String& path)
-{
-    const FileFacts facts = Files::examine(path);
-    return {facts.size, facts.modification, facts.known()};
-}
-
 } // namespace
 
 ProbeResult ProbeResult::probe(const String& path)
 {
     ProbeResult result;
     std::wstring* before = ZELDebugCaptureReport(&result.traces);
-    result.seen = stampOf(path);
+    // The file as it is just before its probe: one that cannot be looked at
+    // matches nothing, and its turn meets the same failure or finds it again.
+    const FileFacts file = Files::examine(path);
+    result.seen = {file.size, file.modification, file.known()};
     try {
-        result.facts = MediaFacts::probe(path);
+        result.facts = MediaFacts::probe(path, file);
     } catch (Exception* e) {
         result.failed = true;
         const auto* io = dynamic_cast<const IOException*>(e);

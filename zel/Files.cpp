@@ -21,10 +21,12 @@ FileFacts Files::examine(int dirFd, const char* nativeName)
     constexpr unsigned kMask = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_ATIME | STATX_MTIME | STATX_CTIME | STATX_BTIME;
     FileFacts facts;
     struct statx st;
-    if (::statx(dirFd, nativeName, 0, kMask, &st) != 0 &&
-        ((errno != ENOENT && errno != ELOOP) || ::statx(dirFd, nativeName, AT_SYMLINK_NOFOLLOW, kMask, &st) != 0)) {
-        facts.error = errno;
-        return facts;
+    if (::statx(dirFd, nativeName, 0, kMask, &st) != 0) {
+        facts.linkError = errno;
+        if ((errno != ENOENT && errno != ELOOP) || ::statx(dirFd, nativeName, AT_SYMLINK_NOFOLLOW, kMask, &st) != 0) {
+            facts.error = errno;
+            return facts;
+        }
     }
     facts.size = st.stx_size;
     facts.access = millis(st.stx_atime);

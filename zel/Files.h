@@ -14,6 +14,7 @@ struct FileFacts {
     long long access = 0, modification = 0, creation = 0;
     unsigned mode = 0; // st_mode: the type and the permission bits
     int error = 0;     // why the file could not be examined (errno); 0: it was
+    int linkError = 0; // why a link could not be followed (it dangles or loops): the facts are the link's own
 
     bool known() const { return error == 0; }
 };
