@@ -13,6 +13,7 @@
 #include <cstring>
 #include <utility>
 
+#include "zel/DebugAllocator.h"
 #include "zel/Exception.h"
 #include "zel/FileName.h"
 
@@ -80,15 +81,30 @@ int serveProbes()
     const int results = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (results < 0 || nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) return 1;
-    std::string path, reply;
-    for (uint32_t length; moveAll(::read, STDIN_FILENO, reinterpret_cast<char*>(&length), sizeof length);) {
-        path.resize(length);
-        if (!moveAll(::read, STDIN_FILENO, path.data(), length)) return 1;
-        reply.clear();
-        ProbeResult::probe(fromNativePath(path.data(), path.size())).encode(reply);
-        if (!moveAll(::write, results, reply.data(), reply.size())) return 1;
+    ZELDebugCountOthers(false); // nobody asks a helper for its blocks
+    // The requests, as many as have come: a length, then the path's bytes.
+    std::string requests, reply;
+    size_t at = 0;
+    char piece[kReadPiece];
+    for (;;) {
+        uint32_t length;
+        if (requests.size() - at >= sizeof length) {
+            std::memcpy(&length, requests.data() + at, sizeof length);
+            if (requests.size() - at - sizeof length >= length) {
+                const char* path = requests.data() + at + sizeof length;
+                at += sizeof length + length;
+                reply.clear();
+                ProbeResult::probe(fromNativePath(path, length)).encode(reply);
+                if (!moveAll(::write, results, reply.data(), reply.size())) return 1;
+                continue;
+            }
+        }
+        requests.erase(0, std::exchange(at, 0));
+        const ssize_t n = ::read(STDIN_FILENO, piece, sizeof piece);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return requests.empty() ? 0 : 1; // the program ended the helper's input, or it is gone
+        requests.append(piece, static_cast<size_t>(n));
     }
-    return 0;
 }
 
 std::unique_ptr<ProbeHelper> ProbeHelper::start(std::chrono::milliseconds timeout)
@@ -151,6 +167,7 @@ bool ProbeHelper::receive()
         const ssize_t n = ::read(replies_, piece, sizeof piece);
         if (n > 0) {
             received_.append(piece, static_cast<size_t>(n));
+            if (static_cast<size_t>(n) < sizeof piece) break; // all there was: the next poll tells of more, or of the end
             continue;
         }
         if (n < 0 && errno == EINTR) continue;

@@ -24,13 +24,10 @@ struct TagLocation {
     bool hasTail = false; // the file holds the 160 bytes
 
     // Reads 32 bytes where the file stands (its start, for a file just
-    // opened); readTail then reads the last 160.
+    // opened); readTail then reads the last 160 (all of a smaller file),
+    // leaving the file's place where it was.
     explicit TagLocation(File& file) { hasHead = file.read(head, kHead) == kHead; }
-    void readTail(File& file)
-    {
-        file.seek(-static_cast<long long>(kTail), 2);
-        hasTail = file.read(tail, kTail) == kTail;
-    }
+    void readTail(File& file) { hasTail = file.readAt(file.size() > kTail ? file.size() - kTail : 0, tail, kTail) == kTail; }
 
     bool id3v2() const { return hasHead && std::memcmp(head, "ID3", 3) == 0; }
     bool apeHeader() const { return hasHead && APEHeader::at(head); }

@@ -101,6 +101,8 @@ std::pair<size_t, size_t> otherCounts()
 
 // The largest request since the last reset; a plain load on the common path.
 std::atomic<size_t> gLargest{0};
+// Blocks without source are counted; set once, by a process that never reports, before any other thread.
+bool gCountOthers = true;
 
 void noteSize(size_t size)
 {
@@ -110,15 +112,17 @@ void noteSize(size_t size)
 
 void* allocPlain(size_t size)
 {
-    noteSize(size);
     if (size == 0) size = 1;
     auto* h = static_cast<PlainHeader*>(std::malloc(sizeof(PlainHeader) + size));
     if (!h) return nullptr;
     h->size = size;
     h->tag = kPlain;
-    ThreadCounts& counts = threadCounts();
-    counts.blocks.add(1);
-    counts.bytes.add(size);
+    if (gCountOthers) {
+        noteSize(size);
+        ThreadCounts& counts = threadCounts();
+        counts.blocks.add(1);
+        counts.bytes.add(size);
+    }
     return h + 1;
 }
 
@@ -149,9 +153,11 @@ void release(void* block)
     uint64_t* tag = static_cast<uint64_t*>(block) - 1;
     if (*tag == kPlain) {
         auto* h = static_cast<PlainHeader*>(block) - 1;
-        ThreadCounts& counts = threadCounts();
-        counts.blocks.sub(1);
-        counts.bytes.sub(h->size);
+        if (gCountOthers) {
+            ThreadCounts& counts = threadCounts();
+            counts.blocks.sub(1);
+            counts.bytes.sub(h->size);
+        }
         h->tag = kFreed;
         std::free(h);
     } else if (*tag == kTracked) {
@@ -197,6 +203,7 @@ ZELDebugMemoryStatus ZELDebugMemory()
 
 size_t ZELDebugLargestBlock() { return gLargest.load(std::memory_order_relaxed); }
 void ZELDebugResetLargestBlock() { gLargest.store(0, std::memory_order_relaxed); }
+void ZELDebugCountOthers(bool on) { gCountOthers = on; }
 
 size_t ZELDebugHeldBlocks(ZELDebugHeldBlock* into, size_t max, ZELDebugMemoryStatus& status)
 {

@@ -45,6 +45,10 @@ size_t ZELDebugHeldBlocks(ZELDebugHeldBlock* into, size_t max, ZELDebugMemorySta
 // The largest single block asked for, of any kind, since the last reset (or
 // the start): lets a test bound what reading one file may allocate.
 size_t ZELDebugLargestBlock();
+// Whether blocks without a source are counted (and their sizes noted for
+// ZELDebugLargestBlock); a process that never reports on them (a helper) does
+// without the cost. The counts are exact only while it stays on.
+void ZELDebugCountOthers(bool on);
 void ZELDebugResetLargestBlock();
 
 } // namespace ZELd

@@ -59,6 +59,23 @@ size_t File::read(void* buffer, size_t n)
     return done;
 }
 
+size_t File::readAt(unsigned long long offset, void* buffer, size_t n)
+{
+    size_t done = 0;
+    char* p = static_cast<char*>(buffer);
+    while (done < n) {
+        ssize_t got = ::pread(fd_, p + done, n - done, static_cast<off_t>(offset + done));
+        if (got < 0) {
+            if (errno == EINTR) continue;
+            const int error = errno;
+            throw ZEL_NEW IOException(path_, L"Read Failed", error);
+        }
+        if (got == 0) break;
+        done += static_cast<size_t>(got);
+    }
+    return done;
+}
+
 long long File::seek(long long offset, int origin)
 {
     int whence = origin == 2 ? SEEK_END : (origin == 1 ? SEEK_CUR : SEEK_SET);

@@ -23,6 +23,8 @@ public:
 
     // Reads up to n bytes; returns how many came (fewer only at the end).
     size_t read(void* buffer, size_t n);
+    // The same at a place from the start, without moving the file's place.
+    size_t readAt(unsigned long long offset, void* buffer, size_t n);
     // origin 0: from the start, 1: from the current place, 2: from the end.
     // A place before the start of the file stops at the start.
     long long seek(long long offset, int origin);
