@@ -20,12 +20,13 @@ namespace {
 using Clock = ProbeHelper::Clock;
 using std::chrono::milliseconds;
 
-// Probes a helper has at once: the one under way and the next, so that it
-// never waits for the program to hand it more.
-constexpr size_t kProbesPerHelper = 2;
+// Probes a helper has at once: the one under way and the next few, so that
+// it never waits for the program to hand it more, and, where it shares a
+// core with the program, answers several before the program takes them.
+constexpr size_t kProbesPerHelper = 4;
 // Files in the window for each helper: enough to keep every helper busy
 // while the program stores a file, few enough that memory stays flat.
-constexpr size_t kWindowPerHelper = 4;
+constexpr size_t kWindowPerHelper = 8;
 
 constexpr milliseconds kNoWait{0};
 constexpr milliseconds kForever{-1};

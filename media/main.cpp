@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <sched.h>
 #include <unistd.h>
 
 #include "media/InstallLayout.h"
@@ -113,6 +114,12 @@ int main(int argc, char** argv)
     using namespace ZELd;
     std::setlocale(LC_ALL, "");
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe fails a write like any other failure
+    // A batch job: a process woken by its helper's answer (or a helper by
+    // the program's question) does not cut the other short. Where they share
+    // a core, each goes on with the files it has before the other runs. The
+    // helpers inherit it.
+    const sched_param batch{};
+    ::sched_setscheduler(0, SCHED_BATCH, &batch);
     ZELInitializeD();
     // A helper process of the program's: it probes files and leaves at once,
     // with nothing of the program's start-up or shut-down.
