@@ -42,16 +42,20 @@ File::~File()
     if (fd_ >= 0) ::close(fd_);
 }
 
-size_t File::read(void* buffer, size_t n)
+namespace {
+
+// Reads until n bytes came or the file ended, one call of `once(p, count, done)` after another.
+template <class Once>
+size_t readFully(const String& path, void* buffer, size_t n, Once once)
 {
     size_t done = 0;
     char* p = static_cast<char*>(buffer);
     while (done < n) {
-        ssize_t got = ::read(fd_, p + done, n - done);
+        const ssize_t got = once(p + done, n - done, done);
         if (got < 0) {
             if (errno == EINTR) continue;
             const int error = errno;
-            throw ZEL_NEW IOException(path_, L"Read Failed", error);
+            throw ZEL_NEW IOException(path, L"Read Failed", error);
         }
         if (got == 0) break;
         done += static_cast<size_t>(got);
@@ -59,21 +63,18 @@ size_t File::read(void* buffer, size_t n)
     return done;
 }
 
+} // namespace
+
+size_t File::read(void* buffer, size_t n)
+{
+    return readFully(path_, buffer, n, [this](char* p, size_t count, size_t) { return ::read(fd_, p, count); });
+}
+
 size_t File::readAt(unsigned long long offset, void* buffer, size_t n)
 {
-    size_t done = 0;
-    char* p = static_cast<char*>(buffer);
-    while (done < n) {
-        ssize_t got = ::pread(fd_, p + done, n - done, static_cast<off_t>(offset + done));
-        if (got < 0) {
-            if (errno == EINTR) continue;
-            const int error = errno;
-            throw ZEL_NEW IOException(path_, L"Read Failed", error);
-        }
-        if (got == 0) break;
-        done += static_cast<size_t>(got);
-    }
-    return done;
+    return readFully(path_, buffer, n, [this, offset](char* p, size_t count, size_t done) {
+        return ::pread(fd_, p, count, static_cast<off_t>(offset + done));
+    });
 }
 
 long long File::seek(long long offset, int origin)
