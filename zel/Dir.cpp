@@ -18,7 +18,12 @@ namespace ZELd {
 
 namespace {
 Dir* gInnermost = nullptr; // the walk's open directories form a chain
-}
+// Directories that keep their descriptor open for the looks at their
+// entries, at most; one nested deeper looks by path, so that no depth of
+// tree runs the process out of descriptors.
+constexpr int kMostHeld = 256;
+int gHeld = 0;
+} // namespace
 
 Dir::Dir(const String& path) : path_(path)
 {
@@ -50,7 +55,15 @@ Dir::Dir(const String& path) : path_(path)
             names_.append(n, std::strlen(n) + 1);
         }
     }
-    fd_ = fd;
+    if (gHeld < kMostHeld) {
+        fd_ = fd;
+        ++gHeld;
+    } else {
+        struct stat st;
+        if (::fstat(fd, &st) == 0) dev_ = st.st_dev, ino_ = st.st_ino, identified_ = true;
+        ::close(fd);
+        native_ = nativePath(path_);
+    }
     const char* base = names_.data();
     std::sort(order_.begin(), order_.end(), [base](uint64_t a, uint64_t b) { return std::strcmp(base + (a >> 8), base + (b >> 8)) < 0; });
     above_ = gInnermost;
@@ -59,7 +72,7 @@ Dir::Dir(const String& path) : path_(path)
 
 Dir::~Dir()
 {
-    ::close(fd_);
+    if (fd_ >= 0) ::close(fd_), --gHeld;
     // In a walk directories close in the reverse order of opening, but one that
     // closes out of turn must not stay in the chain of those still open.
     for (Dir** link = &gInnermost; *link; link = &(*link)->above_) {
@@ -80,7 +93,12 @@ bool Dir::isOpenAbove(dev_t dev, ino_t ino) const
     return false;
 }
 
-FileFacts Dir::examine(const Entry& entry) const { return entry.examined_ ? entry.facts_ : Files::examine(fd_, entry.native_); }
+FileFacts Dir::examine(const Entry& entry) const { return entry.examined_ ? entry.facts_ : lookAt(entry.native_); }
+
+FileFacts Dir::lookAt(const char* name) const
+{
+    return fd_ >= 0 ? Files::examine(fd_, name) : Files::examine(AT_FDCWD, (native_ + name).c_str());
+}
 
 bool Dir::read(Entry& entry)
 {
@@ -93,9 +111,10 @@ bool Dir::read(Entry& entry)
         entry.dir_ = type == DT_DIR;
         entry.examined_ = type == DT_LNK || type == DT_UNKNOWN;
         if (entry.examined_) {
-            entry.facts_ = Files::examine(fd_, name);
+            entry.facts_ = lookAt(name);
             struct stat st;
-            if (entry.facts_.known() && S_ISDIR(entry.facts_.mode) && ::fstatat(fd_, name, &st, 0) == 0) {
+            if (entry.facts_.known() && S_ISDIR(entry.facts_.mode) &&
+                ::fstatat(fd_ >= 0 ? fd_ : AT_FDCWD, fd_ >= 0 ? name : (native_ + name).c_str(), &st, 0) == 0) {
                 if (isOpenAbove(st.st_dev, st.st_ino)) {
                     ZEL_TRACE(L"Link to a directory above skipped [%ls%ls]\n", path_, entry.name_);
                     continue;

@@ -55,7 +55,11 @@ private:
     std::string names_;           // every name, each ended by a zero byte
     std::vector<uint64_t> order_; // offset in names_ << 8 | d_type, sorted by name
     size_t next_ = 0;
-    int fd_ = -1; // open for the looks at its entries
+    // Looks at an entry by its name's bytes.
+    FileFacts lookAt(const char* name) const;
+
+    int fd_ = -1;        // open for the looks at its entries; -1 in a tree too deep to hold them all
+    std::string native_; // else its path as the system takes it, ending with "/"
     // Which directory it is, looked at when a link to a directory is met.
     mutable bool identified_ = false;
     mutable dev_t dev_ = 0;
