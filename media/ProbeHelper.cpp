@@ -12,8 +12,8 @@
 #include <cstdint>
 #include <cstring>
 #include <utility>
+#include <vector>
 
-#include "zel/DebugAllocator.h"
 #include "zel/Exception.h"
 #include "zel/FileName.h"
 
@@ -63,6 +63,18 @@ bool moveAll(Op op, int fd, Byte* p, size_t n)
     return true;
 }
 
+// The program's environment, with the C library's allocator alone: nobody asks
+// a helper for its blocks, and it spends its time in the library's allocations.
+std::vector<char*> helperEnvironment()
+{
+    static char plain[] = "ZEL_ALLOCATOR=plain";
+    std::vector<char*> entries{plain};
+    for (char** e = environ; *e; ++e)
+        if (std::strncmp(*e, "ZEL_ALLOCATOR=", 14) != 0) entries.push_back(*e);
+    entries.push_back(nullptr);
+    return entries;
+}
+
 String howItEnded(int status)
 {
     if (WIFSIGNALED(status)) {
@@ -81,7 +93,6 @@ int serveProbes()
     const int results = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (results < 0 || nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) return 1;
-    ZELDebugCountOthers(false); // nobody asks a helper for its blocks
     // The requests, as many as have come: a length, then the path's bytes.
     std::string requests, reply;
     size_t at = 0;
@@ -131,8 +142,9 @@ std::unique_ptr<ProbeHelper> ProbeHelper::start(std::chrono::milliseconds timeou
     std::memcpy(name, kProbeHelperName, sizeof name);
     std::memcpy(word, kProbeHelperWord, sizeof word);
     char* argv[] = {name, word, nullptr};
+    std::vector<char*> environment = helperEnvironment();
     pid_t pid = -1;
-    const int failed = ::posix_spawn(&pid, executable().c_str(), &actions, nullptr, argv, environ);
+    const int failed = ::posix_spawn(&pid, executable().c_str(), &actions, nullptr, argv, environment.data());
     ::posix_spawn_file_actions_destroy(&actions);
     if (failed) return closeAll(), nullptr;
     ::close(requests[0]), ::close(replies[1]);

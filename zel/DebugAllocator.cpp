@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -101,8 +102,20 @@ std::pair<size_t, size_t> otherCounts()
 
 // The largest request since the last reset; a plain load on the common path.
 std::atomic<size_t> gLargest{0};
-// Blocks without source are counted; set once, by a process that never reports, before any other thread.
-bool gCountOthers = true;
+
+// A process started with ZEL_ALLOCATOR=plain in its environment (one that
+// never reports on its blocks, such as a probe helper) takes every block from
+// the C allocator as it is: no header, no count, no list. It is decided at the
+// first block, before any other thread, and holds for the life of the process,
+// so a block is never freed by the other way.
+bool plainProcess()
+{
+    static const bool plain = [] {
+        const char* value = std::getenv("ZEL_ALLOCATOR");
+        return value && std::strcmp(value, "plain") == 0;
+    }();
+    return plain;
+}
 
 void noteSize(size_t size)
 {
@@ -113,21 +126,21 @@ void noteSize(size_t size)
 void* allocPlain(size_t size)
 {
     if (size == 0) size = 1;
+    if (plainProcess()) return std::malloc(size);
     auto* h = static_cast<PlainHeader*>(std::malloc(sizeof(PlainHeader) + size));
     if (!h) return nullptr;
     h->size = size;
     h->tag = kPlain;
-    if (gCountOthers) {
-        noteSize(size);
-        ThreadCounts& counts = threadCounts();
-        counts.blocks.add(1);
-        counts.bytes.add(size);
-    }
+    noteSize(size);
+    ThreadCounts& counts = threadCounts();
+    counts.blocks.add(1);
+    counts.bytes.add(size);
     return h + 1;
 }
 
 void* allocTracked(size_t size, int kind, const char* path, int line)
 {
+    if (plainProcess()) return std::malloc(size == 0 ? 1 : size);
     noteSize(size);
     if (size == 0) size = 1;
     auto* h = static_cast<TrackedHeader*>(std::malloc(sizeof(TrackedHeader) + size));
@@ -150,14 +163,13 @@ void* allocTracked(size_t size, int kind, const char* path, int line)
 void release(void* block)
 {
     if (!block) return;
+    if (plainProcess()) return std::free(block);
     uint64_t* tag = static_cast<uint64_t*>(block) - 1;
     if (*tag == kPlain) {
         auto* h = static_cast<PlainHeader*>(block) - 1;
-        if (gCountOthers) {
-            ThreadCounts& counts = threadCounts();
-            counts.blocks.sub(1);
-            counts.bytes.sub(h->size);
-        }
+        ThreadCounts& counts = threadCounts();
+        counts.blocks.sub(1);
+        counts.bytes.sub(h->size);
         h->tag = kFreed;
         std::free(h);
     } else if (*tag == kTracked) {
@@ -203,7 +215,6 @@ ZELDebugMemoryStatus ZELDebugMemory()
 
 size_t ZELDebugLargestBlock() { return gLargest.load(std::memory_order_relaxed); }
 void ZELDebugResetLargestBlock() { gLargest.store(0, std::memory_order_relaxed); }
-void ZELDebugCountOthers(bool on) { gCountOthers = on; }
 
 size_t ZELDebugHeldBlocks(ZELDebugHeldBlock* into, size_t max, ZELDebugMemoryStatus& status)
 {

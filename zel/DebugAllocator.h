@@ -5,6 +5,10 @@
 // program's own and are listed by the leak report (zel/Debug.h) when still
 // held; the others are only counted.
 //
+// A process started with ZEL_ALLOCATOR=plain in its environment, one that
+// never reports on its blocks, allocates with the C library alone: the counts
+// and the list stay empty there.
+//
 // Each source file that uses the macros below defines ZEL_SOURCE as its path
 // without extension, for example: #define ZEL_SOURCE "media/ID3v2"
 #pragma once
@@ -45,10 +49,6 @@ size_t ZELDebugHeldBlocks(ZELDebugHeldBlock* into, size_t max, ZELDebugMemorySta
 // The largest single block asked for, of any kind, since the last reset (or
 // the start): lets a test bound what reading one file may allocate.
 size_t ZELDebugLargestBlock();
-// Whether blocks without a source are counted (and their sizes noted for
-// ZELDebugLargestBlock); a process that never reports on them (a helper) does
-// without the cost. The counts are exact only while it stays on.
-void ZELDebugCountOthers(bool on);
 void ZELDebugResetLargestBlock();
 
 } // namespace ZELd
