@@ -23,10 +23,10 @@ using std::chrono::milliseconds;
 // Probes a helper has at once: the one under way and the next few, so that
 // it never waits for the program to hand it more, and, where it shares a
 // core with the program, answers several before the program takes them.
-constexpr size_t kProbesPerHelper = 4;
+constexpr size_t kProbesPerHelper = 8;
 // Files in the window for each helper: enough to keep every helper busy
 // while the program stores a file, few enough that memory stays flat.
-constexpr size_t kWindowPerHelper = 8;
+constexpr size_t kWindowPerHelper = 16;
 
 constexpr milliseconds kNoWait{0};
 constexpr milliseconds kForever{-1};
@@ -46,7 +46,9 @@ void ProbeAhead::turn(const WalkedFile& file, const std::vector<const WalkedFile
     for (size_t ahead = window_.size() - 1; window_.size() < capacity_ && ahead < next.size(); ++ahead)
         window_.push_back(std::make_shared<Probe>(next[ahead]->path));
     dispatch();
-    collect(kNoWait);
+    // Results that are there make room for the probes still waiting; when
+    // none waits, they are taken at their files' turns.
+    if (std::any_of(window_.begin(), window_.end(), [](const std::shared_ptr<Probe>& probe) { return probe->waiting(); })) collect(kNoWait);
 }
 
 MediaFacts ProbeAhead::take(const WalkedFile& file, FileFacts& facts)
@@ -92,9 +94,11 @@ void ProbeAhead::dispatch()
     for (const std::shared_ptr<Probe>& probe : window_) {
         if (!probe->waiting()) continue;
         ProbeHelper* helper = helperWithRoom(false);
-        if (!helper) return;
+        if (!helper) break;
         helper->send(probe);
     }
+    for (const std::unique_ptr<ProbeHelper>& helper : helpers_)
+        if (helper) helper->flush();
 }
 
 ProbeHelper* ProbeAhead::helperWithRoom(bool any)
@@ -130,12 +134,20 @@ void ProbeAhead::collect(milliseconds wait)
     }
     if (fds.empty()) return;
     if (::poll(fds.data(), fds.size(), static_cast<int>(wait.count())) < 0 && errno != EINTR) return;
-    for (size_t i = 0; i < fds.size(); ++i) {
-        ProbeHelper* helper = helpers_[slots[i]].get();
-        if (!fds[i].revents || helper->receive()) continue;
-        if (helper->queue().empty()) helpers_[slots[i]].reset(); // gone while idle: nothing is lost
-        else lose(slots[i], false);
-    }
+    for (size_t i = 0; i < fds.size(); ++i)
+        if (fds[i].revents) receiveFrom(slots[i]);
+    loseOverdue();
+}
+
+void ProbeAhead::receiveFrom(size_t slot)
+{
+    if (helpers_[slot]->receive()) return;
+    if (helpers_[slot]->queue().empty()) helpers_[slot].reset(); // gone while idle: nothing is lost
+    else lose(slot, false);
+}
+
+void ProbeAhead::loseOverdue()
+{
     for (size_t slot = 0; slot < helpers_.size(); ++slot) {
         const ProbeHelper* helper = helpers_[slot].get();
         if (helper && !helper->queue().empty() && helper->queue().front()->overdue(Clock::now())) lose(slot, true);

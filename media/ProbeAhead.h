@@ -57,7 +57,8 @@ public:
 private:
     // Waits until the probe is done, handing it to a helper first.
     void await(const std::shared_ptr<Probe>& probe);
-    // Hands the window's probes to helpers with room, in walk order.
+    // Hands the window's probes to helpers with room, in walk order, and
+    // writes each helper's new requests at once.
     void dispatch();
     // A helper with room for one more probe (started when needed), or null;
     // `any`: the least busy helper, whatever its load.
@@ -65,6 +66,11 @@ private:
     // Waits at most `wait` for results (no wait: takes what is there), and
     // ends the helpers past their deadline or gone.
     void collect(std::chrono::milliseconds wait);
+    // Takes the results of the helper at `slot`; one that has gone is
+    // dropped when idle and lost otherwise.
+    void receiveFrom(size_t slot);
+    // Ends the helpers whose probe under way is past its deadline.
+    void loseOverdue();
     // The helper at `slot` is ended: its first probe fails with `reason`,
     // the others wait for another helper.
     void lose(size_t slot, bool timedOut);

@@ -160,15 +160,20 @@ ProbeHelper::~ProbeHelper()
 void ProbeHelper::send(const std::shared_ptr<Probe>& probe)
 {
     const std::string& native = probe->path();
-    std::string request(sizeof(uint32_t), '\0');
     const auto length = static_cast<uint32_t>(native.size());
-    std::memcpy(request.data(), &length, sizeof length);
-    request += native;
-    // A helper that is gone fails the write; its closed output tells the caller.
-    moveAll(::write, requests_, request.data(), request.size());
+    unsent_.append(reinterpret_cast<const char*>(&length), sizeof length);
+    unsent_ += native;
     probe->sent();
     if (queue_.empty()) probe->begin(Clock::now(), timeout_);
     queue_.push_back(probe);
+}
+
+void ProbeHelper::flush()
+{
+    if (unsent_.empty()) return;
+    // A helper that is gone fails the write; its closed output tells the caller.
+    moveAll(::write, requests_, unsent_.data(), unsent_.size());
+    unsent_.clear();
 }
 
 bool ProbeHelper::receive()

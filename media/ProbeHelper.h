@@ -50,8 +50,11 @@ public:
     // The probes it has and has not answered yet, the first one under way.
     const std::deque<std::shared_ptr<Probe>>& queue() const { return queue_; }
 
-    // Hands a probe over.
+    // Hands a probe over; its path reaches the helper at the next flush.
     void send(const std::shared_ptr<Probe>& probe);
+    // Writes the paths of the probes handed over since the last flush, in
+    // one piece: the helper wakes once for all of them.
+    void flush();
     // Takes what has arrived: each whole result goes to the first probe of
     // the queue, also when the helper is gone. False when it has gone (its
     // output closed, or it wrote what is no result).
@@ -71,6 +74,7 @@ private:
     int requests_, replies_;
     const std::chrono::milliseconds timeout_;
     std::deque<std::shared_ptr<Probe>> queue_;
+    std::string unsent_;   // the requests not written yet
     std::string received_; // the part of a result that has arrived
 };
 
