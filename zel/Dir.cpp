@@ -112,10 +112,8 @@ bool Dir::read(Entry& entry)
         entry.examined_ = type == DT_LNK || type == DT_UNKNOWN;
         if (entry.examined_) {
             entry.facts_ = lookAt(name);
-            struct stat st;
-            if (entry.facts_.known() && S_ISDIR(entry.facts_.mode) &&
-                ::fstatat(fd_ >= 0 ? fd_ : AT_FDCWD, fd_ >= 0 ? name : (native_ + name).c_str(), &st, 0) == 0) {
-                if (isOpenAbove(st.st_dev, st.st_ino)) {
+            if (entry.facts_.known() && S_ISDIR(entry.facts_.mode)) {
+                if (isOpenAbove(entry.facts_.device, entry.facts_.inode)) {
                     ZEL_TRACE(L"Link to a directory above skipped [%ls%ls]\n", path_, entry.name_);
                     continue;
                 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include "zel/Exception.h"
 #include "zel/FileName.h"
@@ -18,7 +19,7 @@ long long millis(const struct statx_timestamp& t) { return t.tv_sec * 1000LL + t
 
 FileFacts Files::examine(int dirFd, const char* nativeName)
 {
-    constexpr unsigned kMask = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_ATIME | STATX_MTIME | STATX_CTIME | STATX_BTIME;
+    constexpr unsigned kMask = STATX_TYPE | STATX_MODE | STATX_INO | STATX_SIZE | STATX_ATIME | STATX_MTIME | STATX_CTIME | STATX_BTIME;
     FileFacts facts;
     struct statx st;
     if (::statx(dirFd, nativeName, 0, kMask, &st) != 0) {
@@ -33,6 +34,8 @@ FileFacts Files::examine(int dirFd, const char* nativeName)
     facts.modification = millis(st.stx_mtime);
     facts.creation = (st.stx_mask & STATX_BTIME) ? millis(st.stx_btime) : millis(st.stx_ctime);
     facts.mode = st.stx_mode;
+    facts.device = makedev(st.stx_dev_major, st.stx_dev_minor);
+    facts.inode = st.stx_ino;
     return facts;
 }
 

@@ -1,6 +1,8 @@
 // Questions about paths.
 #pragma once
 
+#include <sys/types.h>
+
 #include "zel/String.h"
 
 namespace ZELd {
@@ -13,6 +15,8 @@ struct FileFacts {
     unsigned long long size = 0;
     long long access = 0, modification = 0, creation = 0;
     unsigned mode = 0; // st_mode: the type and the permission bits
+    dev_t device = 0;  // st_dev and st_ino: which file it is
+    ino_t inode = 0;
     int error = 0;     // why the file could not be examined (errno); 0: it was
     int linkError = 0; // why a link could not be followed (it dangles or loops): the facts are the link's own
 
