@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "media/ProbedFile.h"
 #include "zel/Debug.h"
 #include "zel/Exception.h"
 #include "zel/FileName.h"
@@ -155,21 +156,29 @@ MediaInfo::MediaInfo(const String& path, const FileFacts& facts)
     // Only what a link leads to is examined.
     if (const int error = facts.linkError ? facts.linkError : facts.error) throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", error);
     if (!S_ISREG(facts.mode)) throw ZEL_NEW IOException(path, L"MediaInfo Open Failed");
-    const std::string native = hasEscapedBytes(path) ? nativePath(path) : std::string();
-    String name = path;
-    if (!native.empty()) {
-        fd_ = ::open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        if (fd_ < 0) {
-            const int error = errno;
-            throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", error);
-        }
-        name = String::format(L"/proc/self/fd/%d", fd_);
+    // The library is given the file by the name it has, so that it tries
+    // the format its extension names first, and reads it through the
+    // descriptor opened here. A name with bytes that are not UTF-8 is
+    // given as the descriptor's, which the library can take.
+    const std::string native = nativePath(path);
+    const bool escaped = hasEscapedBytes(path);
+    const int fd = ::open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        // The library says no more than that it could not open a file by its name.
+        const int error = escaped ? errno : 0;
+        throw ZEL_NEW IOException(path, L"MediaInfo Open Failed", error);
     }
+    const String name = escaped ? String::format(L"/proc/self/fd/%d", fd) : path;
     handle_ = lib.create();
-    if (!handle_ || lib.open(handle_, name.c_str()) == 0) {
+    bool opened = false;
+    if (handle_) {
+        ProbedFile served(escaped ? nativePath(name) : native, fd);
+        opened = lib.open(handle_, name.c_str()) != 0;
+    }
+    ::close(fd); // the library has read what it reports
+    if (!opened) {
         if (handle_) lib.remove(handle_);
         handle_ = nullptr;
-        if (fd_ >= 0) ::close(fd_);
         throw ZEL_NEW IOException(path, L"MediaInfo Open Failed");
     }
 }
@@ -181,7 +190,6 @@ MediaInfo::~MediaInfo()
         lib.close(handle_);
         lib.remove(handle_);
     }
-    if (fd_ >= 0) ::close(fd_);
 }
 
 String MediaInfo::get(int streamKind, uint64_t number, const wchar_t* parameter) const

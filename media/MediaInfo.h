@@ -56,7 +56,6 @@ private:
     String get(int streamKind, uint64_t number, const wchar_t* parameter) const;
 
     void* handle_ = nullptr;
-    int fd_ = -1; // held open while the library reads the file through /proc/self/fd
 };
 
 } // namespace ZELd
