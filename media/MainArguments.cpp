@@ -9,15 +9,26 @@ namespace ZELd {
 namespace {
 
 // Options without a one-letter form have ids above any character's code.
-enum : int { kProbeTimeout = 0x110000, kCharset };
+enum : int { kProbeTimeout = 0x110000, kCharset, kJobs };
 // The longest deadline a probe may be given: a day.
 constexpr unsigned kLongestProbeTimeout = 86400;
+// The most files read at once that --jobs may ask for.
+constexpr unsigned kMostJobs = 256;
+
+// A decimal number of at most `digits` digits, or `otherwise`.
+unsigned number(const String& text, size_t digits, unsigned otherwise)
+{
+    const std::wstring& s = text.str();
+    const bool ok = !s.empty() && s.size() <= digits && s.find_first_not_of(L"0123456789") == std::wstring::npos;
+    return ok ? UInt32::parse(text, 10, 0) : otherwise;
+}
 
 const Arguments::Option __options__[] = {
     {L"summary", 's', nullptr, nullptr, L"Summary of tag items"},
     {L"verbose", 'v', nullptr, nullptr, L"Produce verbose output"},
     {L"probe-timeout", kProbeTimeout, L"SECONDS", L"10", L"seconds a file's media probe may take; 0: no limit"},
     {L"charset", kCharset, L"NAME", nullptr, L"read text that tags mark as Latin-1 in this character set, e.g. CP1251, SHIFT_JIS, GBK"},
+    {L"jobs", kJobs, L"N", nullptr, L"files read at once (default: the cores on a local disk, 8 per core, at most 16, on a network share)"},
     {nullptr, 0, nullptr, nullptr, L"The following options should be grouped together:"},
     {L"database", 'd', L"STRING", nullptr,
      L"Database connection."
@@ -52,11 +63,13 @@ void MainArguments::onOption(int id, const String& value)
     case 'v': _verbose = true; break;
     case kProbeTimeout: probeTimeoutText_ = value; break;
     case kCharset: charset_ = value; break;
+    case kJobs: jobsText_ = value; break;
     default: break;
     }
 }
 
-// An update needs a catalogue. A probe timeout is a number of seconds. A
+// An update needs a catalogue. A probe timeout is a number of seconds, jobs
+// a number of files. A
 // character set is known when iconv opens it: the run's one descriptor,
 // opened here.
 bool MainArguments::onValidate()
@@ -64,12 +77,15 @@ bool MainArguments::onValidate()
     if (update_ && _summary) return refuse(L"--update cannot go with --summary: the census stores nothing");
     if (update_ && _database.isEmpty()) return refuse(L"--update needs --database: it updates a catalogue");
     if (probeTimeoutText_) {
-        const std::wstring& text = probeTimeoutText_->str();
-        const bool digits = !text.empty() && text.size() <= 5 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
-        probeTimeout_ = digits ? UInt32::parse(*probeTimeoutText_, 10, 0) : kLongestProbeTimeout + 1;
+        probeTimeout_ = number(*probeTimeoutText_, 5, kLongestProbeTimeout + 1);
         if (probeTimeout_ > kLongestProbeTimeout)
             return refuse(String::format(L"invalid probe timeout '%ls': a number of seconds from 0 (no limit) to %u", *probeTimeoutText_,
                                          kLongestProbeTimeout));
+    }
+    if (jobsText_) {
+        jobs_ = number(*jobsText_, 3, 0);
+        if (jobs_ == 0 || jobs_ > kMostJobs)
+            return refuse(String::format(L"invalid jobs '%ls': a number of files from 1 to %u", *jobsText_, kMostJobs));
     }
     if (charset_) {
         try {
@@ -94,6 +110,7 @@ String MainArguments::toString() const
     if (update_) b.append(L" --update=true");
     if (probeTimeoutText_) b.append(L" --probe-timeout=").append(*probeTimeoutText_);
     if (charset_) b.append(L" --charset=").append(*charset_);
+    if (jobsText_) b.append(L" --jobs=").append(*jobsText_);
     b.append(L" values[").append(values().toString()).append(L"]");
     return b.toString();
 }

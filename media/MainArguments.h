@@ -18,7 +18,7 @@ public:
     MainArguments(Writer& output, Writer& errout);
 
     // "sonarcat --verbose=... --summary=... --database=... --dry-run=... values[...]",
-    // with " --update=true", " --probe-timeout=..." and " --charset=..." before " values[" when they were given.
+    // with " --update=true", " --probe-timeout=...", " --charset=..." and " --jobs=..." before " values[" when they were given.
     String toString() const override;
 
     bool verbose() const { return _verbose; }
@@ -29,6 +29,8 @@ public:
     bool update() const { return update_; }
     // Seconds a file's MediaInfo probe may take; 0: no limit.
     unsigned probeTimeout() const { return probeTimeout_; }
+    // Files read at once, as --jobs asks; 0: as the medium suits.
+    unsigned jobs() const { return jobs_; }
     // --charset's decoder, opened when the command line was accepted; nullptr without the option.
     IconvDecoder* charset() const { return decoder_ ? &*decoder_ : nullptr; }
 
@@ -45,6 +47,8 @@ private:
     unsigned probeTimeout_ = 10;
     std::optional<String> probeTimeoutText_; // as the command line gave it
     std::optional<String> charset_;
+    unsigned jobs_ = 0;
+    std::optional<String> jobsText_;
     mutable std::optional<IconvDecoder> decoder_; // decoding changes its state, not the options
 };
 

@@ -3,7 +3,9 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <chrono>
+#include <memory>
 #include <optional>
 
 #include "media/CatalogueUpdate.h"
@@ -24,7 +26,9 @@ namespace ZELd {
 
 TagReader::TagReader(const MainArguments& arguments)
     : arguments(arguments), report(arguments.output(), arguments.errout(), arguments.verbose()),
-      catalogue(arguments.errout(), arguments.output()), probes_(ZELUsableCores(), std::chrono::seconds(arguments.probeTimeout()))
+      catalogue(arguments.errout(), arguments.output()),
+      inFlight_(FilesInFlight::forTree(arguments.values().isEmpty() ? String() : arguments.values()[0], arguments.jobs())),
+      probes_(inFlight_.probes, std::chrono::seconds(arguments.probeTimeout())), tags_(inFlight_.tagReaders)
 {
     const String& database = arguments.database();
     if (!catalogue.connect(database, arguments.dryrun())) return;
@@ -41,7 +45,7 @@ void TagReader::readDir(const String& path)
 {
     std::optional<CatalogueUpdate> update;
     if (args().update()) update.emplace(catalogue, path.endsWith(L"/") ? path : path + L"/", String());
-    WalkAhead walk(path, probes_.lookAhead(), update ? &*update : nullptr);
+    WalkAhead walk(path, std::max(probes_.lookAhead(), tags_.lookAhead()), update ? &*update : nullptr);
     Exception* stop = walkFiles(walk);
     try {
         if (update) endUpdate(*update);
@@ -61,6 +65,7 @@ Exception* TagReader::walkFiles(WalkAhead& walk)
             return e;
         }
         probes_.turn(walk.file(), walk.upcoming());
+        tags_.turn(walk.file(), walk.upcoming());
         read(walk.file());
     }
 }
@@ -94,7 +99,10 @@ void TagReader::read(const WalkedFile& file)
     FileInfo info(file.dir, file.name);
     FileFacts facts = file.facts;
     try {
-        if (file.name.toLowerCase().endsWith(L".mp3")) readTag(file.fullPath(), info);
+        if (file.name.toLowerCase().endsWith(L".mp3")) {
+            if (std::unique_ptr<File> ahead = tags_.take(file)) readTag(*ahead, info);
+            else readTag(file.fullPath(), info);
+        }
         info.media = probes_.take(file, facts);
     } catch (Exception* e) {
         info.notes = e->toString();
@@ -114,6 +122,11 @@ void TagReader::read(const WalkedFile& file)
 void TagReader::readTag(const String& path, FileInfo& info)
 {
     File file(path, File::kRead, File::kMode);
+    readTag(file, info);
+}
+
+void TagReader::readTag(File& file, FileInfo& info)
+{
     TagLocation at(file);
     uint32_t apeVersion = 0; // 1 or 2 once an APE tag was read at the start: the end is then not searched
     if (at.id3v2()) info.id3v2.read(file, at.head);

@@ -7,7 +7,9 @@
 #include "media/Catalogue.h"
 #include "media/FileInfo.h"
 #include "media/FileReport.h"
+#include "media/FilesInFlight.h"
 #include "media/ProbeAhead.h"
+#include "media/TagBytesAhead.h"
 #include "media/WalkedFile.h"
 #include "zel/Object.h"
 #include "zel/String.h"
@@ -16,6 +18,7 @@ namespace ZELd {
 
 class CatalogueUpdate;
 class Exception;
+class File;
 class MainArguments;
 class WalkAhead;
 
@@ -43,6 +46,8 @@ public:
     void read(const WalkedFile& file);
     // Reads the tags of the file at path into the record.
     void readTag(const String& path, FileInfo& info);
+    // The same, of a file opened (and read ahead) before.
+    void readTag(File& file, FileInfo& info);
     // Writes the record's report to the output writer.
     void print(const FileInfo& file) const;
     // Hands the record to the catalogue, which stores it in one transaction
@@ -60,9 +65,11 @@ private:
     void endUpdate(CatalogueUpdate& update);
 
     const MainArguments& arguments;
-    FileReport report;   // every line about a file
-    Catalogue catalogue; // the connection, the tables, the ids, a file's transaction
-    ProbeAhead probes_;  // the media probes, made in helper processes
+    FileReport report;             // every line about a file
+    Catalogue catalogue;           // the connection, the tables, the ids, a file's transaction
+    const FilesInFlight inFlight_; // how many files are read at once
+    ProbeAhead probes_;            // the media probes, made in helper processes
+    TagBytesAhead tags_;           // the tag bytes of the files that come next, where reads are slow
 };
 
 } // namespace ZELd

@@ -4,7 +4,11 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <iterator>
 
 #include "zel/Exception.h"
 #include "zel/FileName.h"
@@ -40,6 +44,31 @@ FileFacts Files::examine(int dirFd, const char* nativeName)
 }
 
 FileFacts Files::examine(const String& path) { return examine(AT_FDCWD, nativePath(path).c_str()); }
+
+bool Files::onNetwork(const String& path)
+{
+    // statfs's f_type of the file systems that are reached over a network
+    // or served by a process (linux/magic.h and the file systems' own).
+    static constexpr unsigned long kRemote[] = {
+        0x6969,     // NFS
+        0x517B,     // SMB
+        0xFF534D42, // CIFS
+        0xFE534D42, // SMB2
+        0x65735546, // FUSE
+        0x01021997, // 9P
+        0x00C36400, // Ceph
+        0x5346414F, // AFS
+        0x6B414653, // kAFS
+        0x73757245, // Coda
+        0x564C,     // NCP
+        0x0BD00BD0, // Lustre
+        0x47504653, // GPFS
+    };
+    struct statfs fs;
+    if (::statfs(nativePath(path).c_str(), &fs) != 0) return false;
+    const unsigned long type = static_cast<unsigned long>(fs.f_type) & 0xFFFFFFFFul;
+    return std::find(std::begin(kRemote), std::end(kRemote), type) != std::end(kRemote);
+}
 
 bool Files::isDirectory(const String& path)
 {

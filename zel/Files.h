@@ -27,6 +27,10 @@ class Files {
 public:
     // True for a directory or a link to one.
     static bool isDirectory(const String& path);
+    // True when the file system that holds path is reached over a network
+    // or through a process (NFS, SMB, FUSE such as sshfs, 9P, Ceph, AFS, ...):
+    // there every open and read is a round trip.
+    static bool onNetwork(const String& path);
     // One statx of the path, following a link, or of the link itself when it
     // dangles; a native name is taken relative to the open directory dirFd.
     static FileFacts examine(const String& path);

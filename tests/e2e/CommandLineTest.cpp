@@ -35,6 +35,8 @@ TEST(CommandLine, RefusedLinesPrintWhyAndRunNothing)
         {{"--probe-timeout=10s", "/tmp"}, "invalid probe timeout '10s': a number of seconds from 0 (no limit) to 86400"},
         {{"--probe-timeout=", "/tmp"}, "invalid probe timeout '': a number of seconds from 0 (no limit) to 86400"},
         {{"--probe-timeout", "86401", "/tmp"}, "invalid probe timeout '86401': a number of seconds from 0 (no limit) to 86400"},
+        {{"--jobs=0", "/tmp"}, "invalid jobs '0': a number of files from 1 to 256"},
+        {{"--jobs", "257", "/tmp"}, "invalid jobs '257': a number of files from 1 to 256"},
         {{"--charset=KOI9", "/tmp"}, "unknown character set 'KOI9'"},
         {{"--charset=", "/tmp"}, "unknown character set ''"}, // iconv: the locale's
         {{"--charset=//TRANSLIT", "/tmp"}, "unknown character set '//TRANSLIT'"},
@@ -71,7 +73,7 @@ TEST(CommandLine, HelpAndVersionRunNothingAndTheManualPageRepeatsTheHelp)
         EXPECT_TRUE(has(manual, line.substr(text))) << line;
         ++texts;
     }
-    EXPECT_EQ(std::tuple(texts, examples), std::tuple(9u + 9u, 9u)) << "nine options and nine connection strings";
+    EXPECT_EQ(std::tuple(texts, examples), std::tuple(10u + 9u, 9u)) << "ten options and nine connection strings";
 }
 
 TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
@@ -94,8 +96,8 @@ TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
         {{"-vsn", "-d", "DRIVER=Y", "/a"}, flags + "DRIVER=Y --dry-run=true values[/a]"},
         {{"--summary", "--verbose", "--database", "DRIVER=Z", "/a", "/b"}, flags + "DRIVER=Z --dry-run=false values[/a, /b]"},
         {{"-sv", "--", "-n", "--dry-run"}, flags + " --dry-run=false values[-n, --dry-run]"},
-        {{"-sv", "--probe-timeout", "0", "--charset", "cp1251", "/a"},
-         flags + " --dry-run=false --probe-timeout=0 --charset=cp1251 values[/a]"}, // only when given
+        {{"-sv", "--probe-timeout", "0", "--charset", "cp1251", "--jobs=3", "/a"},
+         flags + " --dry-run=false --probe-timeout=0 --charset=cp1251 --jobs=3 values[/a]"}, // only when given
         {{"-vu", "-dDRIVER=X", "/a"},
          "sonarcat --verbose=true --summary=false --database=DRIVER=X --dry-run=false --update=true values[/a]"},
     };

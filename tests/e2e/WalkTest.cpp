@@ -309,9 +309,10 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
     writeFile(hang, std::string(1, '\0') + "APETAGEX" + std::string(24, '\0'));
     struct Run {
         bool oneCore, kill;
+        const char* jobs = nullptr; // tags read ahead too
         Catalogue catalogue{"SQLite"};
         Result result{};
-    } runs[] = {{true, false}, {false, false}, {true, true}, {false, true}};
+    } runs[] = {{true, false}, {false, false}, {true, true}, {false, true}, {false, false, "--jobs=12"}};
     sonarcat({"--dry-run", "--probe-timeout=1", root}, asNobody(), 120); // reading every file settles its access time first
     for (Run& r : runs) {
         for (const std::string& p : {std::filesystem::path(r.catalogue.file()).parent_path().string(), r.catalogue.file()})
@@ -319,6 +320,7 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
         std::vector<std::string> argv = {SONARCAT_BINARY, "--verbose", "--database=" + r.catalogue.database(),
                                          r.kill ? "--probe-timeout=0" : "--probe-timeout=3", root};
         if (r.oneCore) argv.insert(argv.begin(), {"/usr/bin/taskset", "-c", "0"});
+        if (r.jobs) argv.insert(argv.end() - 1, r.jobs);
         Program program(argv, asNobody());
         for (auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60); r.kill && program.running() && !killHolders(hang);)
             if (std::chrono::steady_clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -329,7 +331,9 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
         for (std::string* text : {&r.result.out, &r.result.err})
             for (size_t at; (at = text->find(r.kill ? killed : timedOut)) != std::string::npos;)
                 text->replace(at, (r.kill ? killed : timedOut).size(), "<note>");
-        for (const std::string& own : {r.catalogue.database(), std::string(r.kill ? "=0 values[" : "=3 values[")})
+        std::vector<std::string> owns = {r.catalogue.database(), r.kill ? "=0 values[" : "=3 values["};
+        if (r.jobs) owns.push_back("=3 " + std::string(r.jobs) + " values[");
+        for (const std::string& own : owns)
             for (size_t at; (at = r.result.out.find(own)) != std::string::npos;) r.result.out.replace(at, own.size(), "<own>");
     }
     EXPECT_TRUE(has(maskTimes(runs[0].result.out), "FILE[f-hang.mp3]\n    tags[000] size[33] mtime[<time>] notes[<note>]\n"))
@@ -345,7 +349,7 @@ TEST_F(Walk, EveryCoreGivesWhatOneCoreGivesWhateverAProbeDoes)
         for (const Run& r : runs) EXPECT_EQ(r.catalogue.rows(table), runs[0].catalogue.rows(table)) << table;
     EXPECT_EQ(runs[0].catalogue.count("STOR_FILE"), std::to_string(occurrences(runs[0].result.out, "\nFILE[")));
     for (const Run& r : runs) {
-        SCOPED_TRACE(std::string(r.oneCore ? "one core" : "every core") + (r.kill ? ", a helper killed" : ""));
+        SCOPED_TRACE(std::string(r.oneCore ? "one core" : "every core") + (r.kill ? ", a helper killed" : "") + (r.jobs ? r.jobs : ""));
         EXPECT_EQ(maskTimes(r.result.out), maskTimes(runs[0].result.out));
         EXPECT_EQ(r.result.err, runs[0].result.err);
     }
