@@ -21,8 +21,8 @@ FilesInFlight FilesInFlight::forTree(const String& path, unsigned jobs)
 {
     const unsigned cores = std::max(1u, static_cast<unsigned>(ZELUsableCores()));
     FilesInFlight inFlight;
-    if (jobs != 0) inFlight.probes = inFlight.tagReaders = jobs;
-    else if (Files::onNetwork(path)) inFlight.probes = inFlight.tagReaders = std::min(kPerCoreOnNetwork * cores, kMostOnNetwork);
+    if (jobs != 0) inFlight.probes = inFlight.readers = jobs;
+    else if (Files::onNetwork(path)) inFlight.probes = inFlight.readers = std::min(kPerCoreOnNetwork * cores, kMostOnNetwork);
     else inFlight.probes = cores;
     return inFlight;
 }

@@ -28,7 +28,7 @@ TagReader::TagReader(const MainArguments& arguments)
     : arguments(arguments), report(arguments.output(), arguments.errout(), arguments.verbose()),
       catalogue(arguments.errout(), arguments.output()),
       inFlight_(FilesInFlight::forTree(arguments.values().isEmpty() ? String() : arguments.values()[0], arguments.jobs())),
-      probes_(inFlight_.probes, std::chrono::seconds(arguments.probeTimeout())), tags_(inFlight_.tagReaders)
+      probes_(inFlight_.probes, std::chrono::seconds(arguments.probeTimeout())), tags_(inFlight_.readers)
 {
     const String& database = arguments.database();
     if (!catalogue.connect(database, arguments.dryrun())) return;
@@ -45,7 +45,7 @@ void TagReader::readDir(const String& path)
 {
     std::optional<CatalogueUpdate> update;
     if (args().update()) update.emplace(catalogue, path.endsWith(L"/") ? path : path + L"/", String());
-    WalkAhead walk(path, std::max(probes_.lookAhead(), tags_.lookAhead()), update ? &*update : nullptr);
+    WalkAhead walk(path, std::max(probes_.lookAhead(), tags_.lookAhead()), update ? &*update : nullptr, inFlight_.readers);
     Exception* stop = walkFiles(walk);
     try {
         if (update) endUpdate(*update);

@@ -17,7 +17,8 @@ namespace {
 constexpr size_t kMostSteps = 256;
 } // namespace
 
-WalkAhead::WalkAhead(const String& path, size_t lookAhead, WalkObserver* observer) : root_(path), lookAhead_(lookAhead), observer_(observer)
+WalkAhead::WalkAhead(const String& path, size_t lookAhead, WalkObserver* observer, unsigned readers)
+    : root_(path), lookAhead_(lookAhead), observer_(observer), dirsAhead_(readers)
 {}
 
 WalkAhead::~WalkAhead()
@@ -29,8 +30,12 @@ WalkAhead::~WalkAhead()
 
 void WalkAhead::open(const String& path)
 {
-    OpenDir opened{std::unique_ptr<Dir>(ZEL_NEW Dir(path)), std::string()};
-    opened.native = nativePath(opened.dir->path());
+    std::string native = nativePath(path);
+    if (native.empty() || native.back() != '/') native += '/';
+    Dir::Listing listing;
+    Dir* dir = dirsAhead_.take(native, listing) ? ZEL_NEW Dir(path, std::move(listing)) : ZEL_NEW Dir(path);
+    OpenDir opened{std::unique_ptr<Dir>(dir), std::move(native)};
+    dirsAhead_.entered(opened.native, *dir);
     open_.push_back(std::move(opened));
     if (observer_) observer_->entered(open_.back().dir->path());
 }

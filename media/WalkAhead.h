@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "media/DirsAhead.h"
 #include "media/WalkedFile.h"
 #include "zel/Dir.h"
 #include "zel/Object.h"
@@ -42,8 +43,10 @@ public:
 class WalkAhead : public Object {
 public:
     // lookAhead: how many files to read, at the least, after the one in hand
-    // (files that the observer passes by do not count).
-    WalkAhead(const String& path, size_t lookAhead, WalkObserver* observer = nullptr);
+    // (files that the observer passes by do not count); readers: threads
+    // that read the directories that come next (DirsAhead), none: each is
+    // read when the walk enters it.
+    WalkAhead(const String& path, size_t lookAhead, WalkObserver* observer = nullptr, unsigned readers = 0);
     ~WalkAhead() override;
     WalkAhead(const WalkAhead&) = delete;
     WalkAhead& operator=(const WalkAhead&) = delete;
@@ -77,6 +80,7 @@ private:
     const String root_;
     const size_t lookAhead_;
     WalkObserver* const observer_;
+    DirsAhead dirsAhead_;       // the directories that come next, read ahead
     std::vector<OpenDir> open_; // the directories being read, the innermost last
     std::deque<Step> steps_;    // the entry in hand first, then those read ahead
     std::vector<const WalkedFile*> upcoming_;
