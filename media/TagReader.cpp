@@ -43,6 +43,8 @@ TagReader::TagReader(const MainArguments& arguments)
 
 void TagReader::readDir(const String& path)
 {
+    root_ = path;
+    rootFacts_ = Files::examine(path);
     std::optional<CatalogueUpdate> update;
     if (args().update()) update.emplace(catalogue, path.endsWith(L"/") ? path : path + L"/", String());
     WalkAhead walk(path, std::max(probes_.lookAhead(), tags_.lookAhead()), update ? &*update : nullptr, inFlight_.readers);
@@ -86,6 +88,15 @@ void TagReader::readFile(const String& dir, const String& name)
     endUpdate(update);
 }
 
+void TagReader::checkTreeAfter(Exception* failure) const
+{
+    if (root_.isEmpty()) return; // one file, no tree
+    const FileFacts now = Files::examine(root_);
+    if (now.known() && now.device == rootFacts_.device && now.inode == rootFacts_.inode) return;
+    failure->destroy();
+    throw ZEL_NEW IOException(root_, L"Tree Unreachable", now.error);
+}
+
 void TagReader::endUpdate(CatalogueUpdate& update)
 {
     update.finish(args().dryrun());
@@ -105,6 +116,7 @@ void TagReader::read(const WalkedFile& file)
         }
         info.media = probes_.take(file, facts);
     } catch (Exception* e) {
+        checkTreeAfter(e);
         info.notes = e->toString();
         args().errout() << e->toStringAll() << endl;
         e->destroy();

@@ -61,6 +61,11 @@ private:
     // Reads every file the walk stops at; returns what stopped the walk
     // itself (a directory that cannot be opened), null at its end.
     Exception* walkFiles(WalkAhead& walk);
+    // A file failed with `failure`: when the tree's root is no longer the
+    // directory the walk began in (a share whose server went away leaves
+    // an empty mount point, or nothing), ends the run in its place
+    // ("Tree Unreachable"), before the file is stored.
+    void checkTreeAfter(Exception* failure) const;
     // Removes what is gone and prints the update's line.
     void endUpdate(CatalogueUpdate& update);
 
@@ -70,6 +75,8 @@ private:
     const FilesInFlight inFlight_; // how many files are read at once
     ProbeAhead probes_;            // the media probes, made in helper processes
     TagBytesAhead tags_;           // the tag bytes of the files that come next, where reads are slow
+    String root_;                  // the tree being walked, and what it was when the walk began
+    FileFacts rootFacts_;
 };
 
 } // namespace ZELd

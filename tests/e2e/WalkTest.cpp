@@ -389,6 +389,45 @@ TEST(WalkAhead, AFileRewrittenAfterItsProbeIsReportedAsItIsAtItsTurn)
     EXPECT_GT(after, 0u);
 }
 
+// A tree that goes away in the middle of a run (a share whose server died
+// leaves an empty mount point) ends the run at the first file that fails for
+// it: nothing is stored of that file or any after it, and an update once the
+// tree is back removes nothing. The run is held on its full output pipe while
+// the tree is swapped for an empty directory.
+TEST(WalkAhead, ATreeThatGoesAwayEndsTheRunAndNothingOfItIsStored)
+{
+    TempDir top;
+    const Tree tree(top / "music");
+    for (int i = 0; i < 300; ++i) tree.file("t-" + std::to_string(1000 + i) + ".mp3", audio);
+    Catalogue catalogue{"SQLite"};
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    Program run({SONARCAT_BINARY, "--verbose", "--database=" + catalogue.database(), tree.root()}, {environment(), 0, false, pipe[1]});
+    ::close(pipe[1]);
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    ASSERT_TRUE(run.running()) << "the output pipe did not hold the run";
+    ASSERT_EQ(::rename(tree.root().c_str(), (top / "away").c_str()), 0);
+    std::filesystem::create_directory(tree.root());
+    std::string out;
+    char buffer[65536];
+    for (ssize_t n; (n = ::read(pipe[0], buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<size_t>(n));
+    ::close(pipe[0]);
+    const Result r = run.finish();
+    EXPECT_EQ(occurrences(r.err, "Exception"), 1u) << r.err;
+    EXPECT_TRUE(has(r.err, "IOException: Tree Unreachable [" + tree.root() + "]")) << r.err;
+    const size_t stored = occurrences(out, "INSERT STOR_FILE [");
+    EXPECT_GT(stored, 0u);
+    EXPECT_LT(stored, 300u);
+    EXPECT_EQ(catalogue.count("STOR_FILE"), std::to_string(stored));
+    EXPECT_EQ(catalogue.rows("SELECT COUNT(*) FROM STOR_FILE WHERE FILE_ER <> ''").at(0).at(0), "0");
+    std::filesystem::remove(tree.root());
+    ASSERT_EQ(::rename((top / "away").c_str(), tree.root().c_str()), 0);
+    const Result update = sonarcat({"--update", "--database=" + catalogue.database(), tree.root()}, {environment()});
+    EXPECT_TRUE(has(update.out,
+                    "Update: new[" + std::to_string(300 - stored) + "] changed[0] unchanged[" + std::to_string(stored) + "] removed[0]"))
+        << update.out << update.err;
+}
+
 // What ends the walk ends it with the closing lines: a PATH that is not
 // there, a directory nobody may read, a path longer than the system allows.
 TEST(WalkStops, AtWhatCannotBeWalkedWithTheClosingLines)
