@@ -24,6 +24,7 @@ FilesInFlight FilesInFlight::forTree(const String& path, unsigned jobs)
     if (jobs != 0) inFlight.probes = inFlight.readers = jobs;
     else if (Files::onNetwork(path)) inFlight.probes = inFlight.readers = std::min(kPerCoreOnNetwork * cores, kMostOnNetwork);
     else inFlight.probes = cores;
+    inFlight.tagBytes = inFlight.readers != 0;
     return inFlight;
 }
 

@@ -5,10 +5,10 @@
 
 namespace ZELd {
 
-MediaFacts MediaFacts::probe(const String& path, const FileFacts& file)
+MediaFacts MediaFacts::probe(const String& path, const FileFacts& file, int fd)
 {
     MediaFacts facts;
-    MediaInfo media(path, file);
+    MediaInfo media(path, file, fd);
     facts.inform = media.inform_r();
     facts.format = media.format();
     if (media.videoCount() > 0) {

@@ -18,9 +18,10 @@ struct MediaFacts {
     uint32_t height = 0;
     uint32_t duration = 0; // seconds
 
-    // Probes the file, as the caller just looked at it (Files::examine);
-    // throws what MediaInfo throws ("MediaInfo Open Failed").
-    static MediaFacts probe(const String& path, const FileFacts& facts);
+    // Probes the file, as the caller just looked at it (Files::examine), and
+    // opened for reading (fd, or -1: opened here); throws what MediaInfo
+    // throws ("MediaInfo Open Failed").
+    static MediaFacts probe(const String& path, const FileFacts& facts, int fd = -1);
 };
 
 } // namespace ZELd

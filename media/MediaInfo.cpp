@@ -149,7 +149,7 @@ void MediaInfo::cleanup()
 
 MediaInfo::MediaInfo(const String& path) : MediaInfo(path, Files::examine(path)) {}
 
-MediaInfo::MediaInfo(const String& path, const FileFacts& facts)
+MediaInfo::MediaInfo(const String& path, const FileFacts& facts, int given)
 {
     initialize();
     const MediaInfoLibrary& lib = gLib;
@@ -162,7 +162,7 @@ MediaInfo::MediaInfo(const String& path, const FileFacts& facts)
     // given as the descriptor's, which the library can take.
     const std::string native = nativePath(path);
     const bool escaped = hasEscapedBytes(path);
-    const int fd = ::open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = given >= 0 ? given : ::open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         // The library says no more than that it could not open a file by its name.
         const int error = escaped ? errno : 0;
@@ -175,7 +175,7 @@ MediaInfo::MediaInfo(const String& path, const FileFacts& facts)
         ProbedFile served(escaped ? nativePath(name) : native, fd);
         opened = lib.open(handle_, name.c_str()) != 0;
     }
-    ::close(fd); // the library has read what it reports
+    if (fd != given) ::close(fd); // the library has read what it reports
     if (!opened) {
         if (handle_) lib.remove(handle_);
         handle_ = nullptr;

@@ -19,8 +19,10 @@ public:
     // Opens the file; throws IOException "MediaInfo Open Failed" when the library
     // cannot open it, or when it is not a regular file (a FIFO would block).
     explicit MediaInfo(const String& path);
-    // The same, with the file as the caller just looked at it (Files::examine).
-    MediaInfo(const String& path, const FileFacts& facts);
+    // The same, with the file as the caller just looked at it (Files::examine);
+    // fd: the file, opened by the caller for reading (it stays the caller's),
+    // or -1: opened here.
+    MediaInfo(const String& path, const FileFacts& facts, int fd = -1);
     ~MediaInfo() override;
     MediaInfo(const MediaInfo&) = delete;
     MediaInfo& operator=(const MediaInfo&) = delete;

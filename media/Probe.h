@@ -16,10 +16,12 @@ class Probe {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // path: the file as the system takes it (bytes).
-    explicit Probe(std::string path) : path_(std::move(path)) {}
+    // path: the file as the system takes it (bytes); tagBytes: its tag
+    // bytes are read with it (ProbeResult::tagBytes).
+    explicit Probe(std::string path, bool tagBytes = false) : path_(std::move(path)), tagBytes_(tagBytes) {}
 
     const std::string& path() const { return path_; }
+    bool wantsTagBytes() const { return tagBytes_; }
     // No helper has it and it is not done.
     bool waiting() const { return state_ == State::Waiting; }
     bool done() const { return state_ == State::Done; }
@@ -46,6 +48,7 @@ private:
     enum class State { Waiting, Sent, Done };
 
     const std::string path_;
+    const bool tagBytes_;
     State state_ = State::Waiting;
     Clock::time_point deadline_ = Clock::time_point::max();
     ProbeResult result_;

@@ -33,8 +33,8 @@ constexpr milliseconds kForever{-1};
 
 } // namespace
 
-ProbeAhead::ProbeAhead(unsigned helpers, milliseconds timeout)
-    : capacity_(kWindowPerHelper * std::max(helpers, 1u)), timeout_(timeout), helpers_(std::max(helpers, 1u))
+ProbeAhead::ProbeAhead(unsigned helpers, milliseconds timeout, bool tagBytes)
+    : capacity_(kWindowPerHelper * std::max(helpers, 1u)), timeout_(timeout), tagBytes_(tagBytes), helpers_(std::max(helpers, 1u))
 {}
 
 ProbeAhead::~ProbeAhead() = default; // each helper is ended with its handle
@@ -42,9 +42,12 @@ ProbeAhead::~ProbeAhead() = default; // each helper is ended with its handle
 void ProbeAhead::turn(const WalkedFile& file, const std::vector<const WalkedFile*>& next)
 {
     while (!window_.empty() && window_.front()->path() != file.path) window_.pop_front();
-    if (window_.empty()) window_.push_back(std::make_shared<Probe>(file.path));
+    auto probeOf = [this](const WalkedFile& f) {
+        return std::make_shared<Probe>(f.path, tagBytes_ && f.name.toLowerCase().endsWith(L".mp3"));
+    };
+    if (window_.empty()) window_.push_back(probeOf(file));
     for (size_t ahead = window_.size() - 1; window_.size() < capacity_ && ahead < next.size(); ++ahead)
-        window_.push_back(std::make_shared<Probe>(next[ahead]->path));
+        window_.push_back(probeOf(*next[ahead]));
     dispatch();
     // Results that are there make room for the probes still waiting; when
     // none waits, they are taken at their files' turns.
@@ -71,6 +74,18 @@ MediaFacts ProbeAhead::take(const WalkedFile& file, FileFacts& facts)
     if (!result.traces.empty()) ZELDebugReport(result.traces);
     if (result.failed) throw result.failure(file.fullPath());
     return std::move(result.facts);
+}
+
+std::unique_ptr<File> ProbeAhead::tagBytes(const WalkedFile& file)
+{
+    if (window_.empty() || window_.front()->path() != file.path || !window_.front()->wantsTagBytes()) return nullptr;
+    const std::shared_ptr<Probe> probe = window_.front();
+    await(probe);
+    ProbeResult& result = probe->result();
+    const File::Ahead& bytes = result.tagBytes;
+    if (!result.hasTagBytes || bytes.size != file.facts.size || bytes.modification != file.facts.modification) return nullptr;
+    result.hasTagBytes = false;
+    return std::unique_ptr<File>(ZEL_NEW File(file.fullPath(), std::move(result.tagBytes)));
 }
 
 void ProbeAhead::await(const std::shared_ptr<Probe>& probe)

@@ -28,6 +28,7 @@
 
 #include "media/ProbeHelper.h"
 #include "media/WalkedFile.h"
+#include "zel/File.h"
 #include "zel/Object.h"
 #include "zel/String.h"
 
@@ -35,8 +36,9 @@ namespace ZELd {
 
 class ProbeAhead : public Object {
 public:
-    // helpers: how many run at once; timeout: a probe's deadline, zero for none.
-    ProbeAhead(unsigned helpers, std::chrono::milliseconds timeout);
+    // helpers: how many run at once; timeout: a probe's deadline, zero for
+    // none; tagBytes: the probe of an MP3 file reads its tag bytes too.
+    ProbeAhead(unsigned helpers, std::chrono::milliseconds timeout, bool tagBytes = false);
     // Ends the helpers; those still probing are killed.
     ~ProbeAhead() override;
     ProbeAhead(const ProbeAhead&) = delete;
@@ -53,6 +55,9 @@ public:
     // changed since the walk looked at it: `facts` are taken again and the
     // file is probed now. Throws the probe's failure.
     MediaFacts take(const WalkedFile& file, FileFacts& facts);
+    // The file in hand with the tag bytes that its probe read (waiting for
+    // it), when it read them and the file is what the walk found; else null.
+    std::unique_ptr<File> tagBytes(const WalkedFile& file);
 
 private:
     // Waits until the probe is done, handing it to a helper first.
@@ -77,6 +82,7 @@ private:
 
     const size_t capacity_; // files in the window
     const std::chrono::milliseconds timeout_;
+    const bool tagBytes_;
     std::deque<std::shared_ptr<Probe>> window_;         // the file in hand, then those that come next, in walk order
     std::vector<std::unique_ptr<ProbeHelper>> helpers_; // a slot per helper; empty until one is needed
     bool unavailable_ = false;                          // no helper could be started: probes run in the program

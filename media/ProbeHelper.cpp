@@ -93,19 +93,22 @@ int serveProbes()
     const int results = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (results < 0 || nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) return 1;
-    // The requests, as many as have come: a length, then the path's bytes.
+    // The requests, as many as have come: a length, whether the tag bytes
+    // are asked for (one byte), then the path's bytes.
     std::string requests, reply;
     size_t at = 0;
     char piece[kReadPiece];
     for (;;) {
         uint32_t length;
-        if (requests.size() - at >= sizeof length) {
+        constexpr size_t kHead = sizeof length + 1;
+        if (requests.size() - at >= kHead) {
             std::memcpy(&length, requests.data() + at, sizeof length);
-            if (requests.size() - at - sizeof length >= length) {
-                const char* path = requests.data() + at + sizeof length;
-                at += sizeof length + length;
+            if (requests.size() - at - kHead >= length) {
+                const bool tagBytes = requests[at + sizeof length] != 0;
+                const char* path = requests.data() + at + kHead;
+                at += kHead + length;
                 reply.clear();
-                ProbeResult::probe(fromNativePath(path, length)).encode(reply);
+                ProbeResult::probe(fromNativePath(path, length), tagBytes).encode(reply);
                 if (!moveAll(::write, results, reply.data(), reply.size())) return 1;
                 continue;
             }
@@ -162,6 +165,7 @@ void ProbeHelper::send(const std::shared_ptr<Probe>& probe)
     const std::string& native = probe->path();
     const auto length = static_cast<uint32_t>(native.size());
     unsent_.append(reinterpret_cast<const char*>(&length), sizeof length);
+    unsent_ += static_cast<char>(probe->wantsTagBytes());
     unsent_ += native;
     probe->sent();
     if (queue_.empty()) probe->begin(Clock::now(), timeout_);

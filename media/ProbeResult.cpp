@@ -1,11 +1,19 @@
 #define ZEL_SOURCE "media/ProbeResult"
 #include "media/ProbeResult.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "media/TagBytes.h"
+
 #include <cstdint>
 #include <cstring>
 
 #include "zel/Debug.h"
 #include "zel/Exception.h"
+#include "zel/FileName.h"
 #include "zel/Files.h"
 
 namespace ZELd {
@@ -15,7 +23,11 @@ namespace {
 // A message: its length (4 bytes), then the fields in the order of encode.
 // Numbers are in the machine's own byte order and texts are their wchar_t
 // units, a count first: both ends are the same executable.
-enum Flags : uint8_t { kKnown = 1, kFailed = 2 };
+enum Flags : uint8_t { kKnown = 1, kFailed = 2, kTagBytes = 4 };
+
+// The most tag bytes a probe carries back (TagBytes keeps less): a file
+// whose tags take more is read at its turn.
+constexpr size_t kMostTagBytes = 1024 * 1024;
 
 template <class T>
 void put(std::string& bytes, T value)
@@ -27,6 +39,12 @@ void putText(std::string& bytes, const std::wstring& text)
 {
     put(bytes, static_cast<uint32_t>(text.size()));
     bytes.append(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
+}
+
+void putBytes(std::string& bytes, const std::string& raw)
+{
+    put(bytes, static_cast<uint32_t>(raw.size()));
+    bytes += raw;
 }
 
 // Reads the fields of one message; every read stays inside it.
@@ -52,6 +70,14 @@ public:
         p_ += count * sizeof(wchar_t), left_ -= count * sizeof(wchar_t);
         return String(std::move(text));
     }
+    std::string bytes()
+    {
+        const uint32_t count = take<uint32_t>();
+        if (broken_ || count > left_) return broken_ = true, std::string();
+        std::string raw(p_, count);
+        p_ += count, left_ -= count;
+        return raw;
+    }
     bool whole() const { return !broken_ && left_ == 0; }
 
 private:
@@ -62,7 +88,7 @@ private:
 
 } // namespace
 
-ProbeResult ProbeResult::probe(const String& path)
+ProbeResult ProbeResult::probe(const String& path, bool tagBytes)
 {
     ProbeResult result;
     std::wstring* before = ZELDebugCaptureReport(&result.traces);
@@ -71,7 +97,15 @@ ProbeResult ProbeResult::probe(const String& path)
     const FileFacts file = Files::examine(path);
     result.seen = {file.size, file.modification, file.known()};
     try {
-        result.facts = MediaFacts::probe(path, file);
+        // The tag bytes come from the descriptor that the library reads: the file is opened once.
+        File::Ahead ahead;
+        if (tagBytes && file.known() && !file.linkError && S_ISREG(file.mode) && ahead.open(nativePath(path).c_str()) &&
+            TagBytes::read(ahead) && ahead.head.size() + ahead.tail.size() <= kMostTagBytes) {
+            result.tagBytes = std::move(ahead);
+            result.hasTagBytes = true;
+            ahead.fd = std::exchange(result.tagBytes.fd, -1); // closed with ahead
+        }
+        result.facts = MediaFacts::probe(path, file, ahead.fd); // -1: the probe opens the file
     } catch (Exception* e) {
         result.failed = true;
         const auto* io = dynamic_cast<const IOException*>(e);
@@ -97,7 +131,7 @@ void ProbeResult::encode(std::string& bytes) const
 {
     const size_t start = bytes.size();
     put(bytes, uint32_t(0)); // the length, known at the end
-    put(bytes, static_cast<uint8_t>((seen.known ? kKnown : 0) | (failed ? kFailed : 0)));
+    put(bytes, static_cast<uint8_t>((seen.known ? kKnown : 0) | (failed ? kFailed : 0) | (hasTagBytes ? kTagBytes : 0)));
     put(bytes, static_cast<uint64_t>(seen.size));
     put(bytes, static_cast<int64_t>(seen.modification));
     put(bytes, facts.width);
@@ -106,6 +140,13 @@ void ProbeResult::encode(std::string& bytes) const
     put(bytes, static_cast<int32_t>(systemError));
     for (const String* text : {&facts.format, &facts.inform, &reason}) putText(bytes, text->str());
     putText(bytes, traces);
+    if (hasTagBytes) {
+        put(bytes, static_cast<uint64_t>(tagBytes.size));
+        put(bytes, static_cast<int64_t>(tagBytes.modification));
+        putBytes(bytes, tagBytes.head);
+        put(bytes, static_cast<uint64_t>(tagBytes.tailAt));
+        putBytes(bytes, tagBytes.tail);
+    }
     const auto length = static_cast<uint32_t>(bytes.size() - start - sizeof(uint32_t));
     std::memcpy(bytes.data() + start, &length, sizeof length);
 }
@@ -129,7 +170,14 @@ size_t ProbeResult::decode(const char* p, size_t n, ProbeResult& out)
     r.facts.inform = fields.text();
     r.reason = fields.text();
     r.traces = fields.text().str();
-    if (!fields.whole() || (flags & ~(kKnown | kFailed)) != 0) throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
+    if ((r.hasTagBytes = (flags & kTagBytes) != 0)) {
+        r.tagBytes.size = fields.take<uint64_t>();
+        r.tagBytes.modification = fields.take<int64_t>();
+        r.tagBytes.head = fields.bytes();
+        r.tagBytes.tailAt = fields.take<uint64_t>();
+        r.tagBytes.tail = fields.bytes();
+    }
+    if (!fields.whole() || (flags & ~(kKnown | kFailed | kTagBytes)) != 0) throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
     out = std::move(r);
     return sizeof length + length;
 }

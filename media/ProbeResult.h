@@ -6,6 +6,7 @@
 #include <string>
 
 #include "media/MediaFacts.h"
+#include "zel/File.h"
 #include "zel/String.h"
 
 namespace ZELd {
@@ -32,9 +33,14 @@ struct ProbeResult {
     String reason; // the failure's text without the path ("MediaInfo Open Failed")
     int systemError = 0;
     std::wstring traces; // what the probe wrote to the debug report, to be written at the file's turn
+    // The tag bytes of the file, read from the descriptor that the probe
+    // opened (TagBytes), when they were asked for and no more than a
+    // message may carry; without the descriptor.
+    bool hasTagBytes = false;
+    File::Ahead tagBytes;
 
-    // Probes the file in the calling process.
-    static ProbeResult probe(const String& path);
+    // Probes the file in the calling process; with tagBytes, reads them too.
+    static ProbeResult probe(const String& path, bool tagBytes = false);
     // A probe that never answered: a final failure.
     static ProbeResult lost(const String& reason);
     // The failure as the probe throws it in the program: IOException naming the path.

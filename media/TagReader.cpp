@@ -28,7 +28,7 @@ TagReader::TagReader(const MainArguments& arguments)
     : arguments(arguments), report(arguments.output(), arguments.errout(), arguments.verbose()),
       catalogue(arguments.errout(), arguments.output()),
       inFlight_(FilesInFlight::forTree(arguments.values().isEmpty() ? String() : arguments.values()[0], arguments.jobs())),
-      probes_(inFlight_.probes, std::chrono::seconds(arguments.probeTimeout())), tags_(inFlight_.readers)
+      probes_(inFlight_.probes, std::chrono::seconds(arguments.probeTimeout()), inFlight_.tagBytes)
 {
     const String& database = arguments.database();
     if (!catalogue.connect(database, arguments.dryrun())) return;
@@ -47,7 +47,7 @@ void TagReader::readDir(const String& path)
     rootFacts_ = Files::examine(path);
     std::optional<CatalogueUpdate> update;
     if (args().update()) update.emplace(catalogue, path.endsWith(L"/") ? path : path + L"/", String());
-    WalkAhead walk(path, std::max(probes_.lookAhead(), tags_.lookAhead()), update ? &*update : nullptr, inFlight_.readers);
+    WalkAhead walk(path, probes_.lookAhead(), update ? &*update : nullptr, inFlight_.readers);
     Exception* stop = walkFiles(walk);
     try {
         if (update) endUpdate(*update);
@@ -67,7 +67,6 @@ Exception* TagReader::walkFiles(WalkAhead& walk)
             return e;
         }
         probes_.turn(walk.file(), walk.upcoming());
-        tags_.turn(walk.file(), walk.upcoming());
         read(walk.file());
     }
 }
@@ -111,7 +110,7 @@ void TagReader::read(const WalkedFile& file)
     FileFacts facts = file.facts;
     try {
         if (file.name.toLowerCase().endsWith(L".mp3")) {
-            if (std::unique_ptr<File> ahead = tags_.take(file)) readTag(*ahead, info);
+            if (std::unique_ptr<File> ahead = probes_.tagBytes(file)) readTag(*ahead, info);
             else readTag(file.fullPath(), info);
         }
         info.media = probes_.take(file, facts);

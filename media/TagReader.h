@@ -9,7 +9,6 @@
 #include "media/FileReport.h"
 #include "media/FilesInFlight.h"
 #include "media/ProbeAhead.h"
-#include "media/TagBytesAhead.h"
 #include "media/WalkedFile.h"
 #include "zel/Object.h"
 #include "zel/String.h"
@@ -74,7 +73,6 @@ private:
     Catalogue catalogue;           // the connection, the tables, the ids, a file's transaction
     const FilesInFlight inFlight_; // how many files are read at once
     ProbeAhead probes_;            // the media probes, made in helper processes
-    TagBytesAhead tags_;           // the tag bytes of the files that come next, where reads are slow
     String root_;                  // the tree being walked, and what it was when the walk began
     FileFacts rootFacts_;
 };

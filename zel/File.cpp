@@ -44,19 +44,21 @@ int openRegular(const char* native, struct stat& st, Refusal& refusal)
 
 } // namespace
 
-File::File(const String& path, int /*flags*/, int /*mode*/) : path_(path)
+File::File(const String& path, int /*flags*/, int /*mode*/) : path_(path) { size_ = open(); }
+
+unsigned long long File::open()
 {
-    std::string native = nativePath(path);
+    std::string native = nativePath(path_);
     Refusal refusal;
     struct stat st;
     fd_ = openRegular(native.c_str(), st, refusal);
     if (fd_ < 0) {
         const int error = errno; // read before the allocation can touch it
-        if (refusal == Refusal::Directory) throw ZEL_NEW IOException(path, L"Open Failed: a directory");
-        if (refusal == Refusal::NotRegular) throw ZEL_NEW IOException(path, L"Open Failed: not a regular file");
-        throw ZEL_NEW IOException(path, L"Open Failed", error);
+        if (refusal == Refusal::Directory) throw ZEL_NEW IOException(path_, L"Open Failed: a directory");
+        if (refusal == Refusal::NotRegular) throw ZEL_NEW IOException(path_, L"Open Failed: not a regular file");
+        throw ZEL_NEW IOException(path_, L"Open Failed", error);
     }
-    size_ = static_cast<unsigned long long>(st.st_size);
+    return static_cast<unsigned long long>(st.st_size);
 }
 
 File::File(const String& path, Ahead&& ahead) : path_(path), fd_(std::exchange(ahead.fd, -1)), size_(ahead.size), ahead_(std::move(ahead))
@@ -109,6 +111,7 @@ size_t File::readAt(unsigned long long offset, void* buffer, size_t n)
             std::memcpy(buffer, bytes->data() + (offset - at), n);
             return n;
         }
+    if (fd_ < 0) open(); // read ahead without its descriptor: opened for what lies beyond
     return readFully(path_, buffer, n, [this, offset](char* p, size_t count, size_t done) {
         return ::pread(fd_, p, count, static_cast<off_t>(offset + done));
     });

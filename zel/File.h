@@ -43,7 +43,9 @@ public:
     // a socket, a device, a directory) throws IOException instead of blocking.
     File(const String& path, int flags, int mode);
     // The file at path, opened ahead: reads within the bytes it holds are
-    // served from them, the others from the file.
+    // served from them, the others from the file. Bytes read ahead in
+    // another process come without a descriptor: the file is then opened
+    // when a read goes beyond them, and fails there as the path would.
     File(const String& path, Ahead&& ahead);
     ~File() override;
     File(const File&) = delete;
@@ -63,6 +65,9 @@ public:
     int descriptor() const { return fd_; }
 
 private:
+    // Opens path_: its size; throws IOException as the constructor does.
+    unsigned long long open();
+
     String path_;
     int fd_ = -1;
     unsigned long long size_ = 0;

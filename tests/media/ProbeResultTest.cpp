@@ -20,7 +20,8 @@ namespace {
 auto fieldsOf(const ProbeResult& r)
 {
     return std::tuple(r.seen.size, r.seen.modification, r.seen.known, r.facts.inform.str(), r.facts.format.str(), r.facts.width,
-                      r.facts.height, r.facts.duration, r.failed, r.reason.str(), r.systemError, r.traces);
+                      r.facts.height, r.facts.duration, r.failed, r.reason.str(), r.systemError, r.traces, r.hasTagBytes, r.tagBytes.size,
+                      r.tagBytes.modification, r.tagBytes.head, r.tagBytes.tailAt, r.tagBytes.tail);
 }
 
 // Where the fields of a message lie: its length, its flags, and the count of its first text.
@@ -37,6 +38,12 @@ TEST(ProbeResult, EveryFieldCrossesAndACutMessageWaitsForTheRest)
     sent.reason = String(L"MediaInfo Open Failed");
     sent.systemError = ENOENT;
     sent.traces = L"media/MediaInfo(1): trace \u65E5\n";
+    sent.hasTagBytes = true;
+    sent.tagBytes.size = 5000000000ULL;
+    sent.tagBytes.modification = -1234567890123LL;
+    sent.tagBytes.head = std::string("ID3\x04\0\0\0\0\0\x01", 10) + '\xFF';
+    sent.tagBytes.tailAt = 4999999000ULL;
+    sent.tagBytes.tail = std::string(1000, '\0') + "TAG";
     std::string bytes;
     sent.encode(bytes);
     const size_t length = bytes.size();
@@ -64,7 +71,7 @@ TEST(ProbeResult, BytesThatAreNoMessageAreRefused)
     };
     std::string tooLong = message, flagged = message;
     std::memcpy(&tooLong[kFormatCountAt], "\xFF\xFF\xFF\x0F", 4);
-    flagged[kFlagsAt] = '\x04';
+    flagged[kFlagsAt] = '\x08';
     const struct {
         const char* what;
         std::string bytes;

@@ -1,7 +1,6 @@
 // The tag bytes read ahead of a file's turn: every read of its tags falls
-// within them, whatever the tags' layout and size; and the window hands each
-// MP3 file to its turn once, leaving nothing open behind.
-#define ZEL_SOURCE "tests/media/TagBytesAheadTest"
+// within them, whatever the tags' layout and size.
+#define ZEL_SOURCE "tests/media/TagBytesTest"
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -13,7 +12,7 @@
 #include <vector>
 
 #include "media/MainArguments.h"
-#include "media/TagBytesAhead.h"
+#include "media/TagBytes.h"
 #include "media/TagReader.h"
 #include "support/Files.h"
 #include "support/ReportCapture.h"
@@ -26,8 +25,6 @@ using namespace testsupport;
 using namespace std::string_literals;
 
 namespace {
-
-size_t openDescriptors() { return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})); }
 
 // A reader of tags whose report goes nowhere.
 class Tags {
@@ -55,7 +52,7 @@ private:
 
 } // namespace
 
-TEST(TagBytesAhead, EveryReadOfTheTagsFallsWithinTheBytesReadAhead)
+TEST(TagBytes, EveryReadOfTheTagsFallsWithinTheBytesReadAhead)
 {
     TempDir dir;
     const std::string audio = readFile(dataFile("sine-1s.mp3")), filler(300 * 1024, '\0'), blob(100 * 1024, 'b'),
@@ -78,7 +75,7 @@ TEST(TagBytesAhead, EveryReadOfTheTagsFallsWithinTheBytesReadAhead)
         File plain(fromNativePath(path.c_str()), File::kRead, File::kMode);
         const std::wstring expected = tags.of(plain);
         File::Ahead ahead;
-        ASSERT_TRUE(TagBytesAhead::read(path, ahead)) << c.name;
+        ASSERT_TRUE(ahead.open(path.c_str()) && TagBytes::read(ahead)) << c.name;
         EXPECT_LE(ahead.head.size() + ahead.tail.size(), std::max<size_t>(c.bytes.size(), 256 * 1024)) << c.name;
         // The file under the descriptor is now empty: a read beyond the bytes kept finds nothing.
         const int nothing = ::open(empty.c_str(), O_RDONLY | O_CLOEXEC);
@@ -87,46 +84,4 @@ TEST(TagBytesAhead, EveryReadOfTheTagsFallsWithinTheBytesReadAhead)
         File early(fromNativePath(path.c_str()), std::move(ahead));
         EXPECT_EQ(tags.of(early), expected) << c.name;
     }
-}
-
-TEST(TagBytesAhead, EachMP3FileIsHandedToItsTurnOnceAndNothingStaysOpen)
-{
-    TempDir dir;
-    const size_t before = openDescriptors();
-    std::vector<WalkedFile> files(40);
-    for (size_t i = 0; i < files.size(); ++i) {
-        WalkedFile& f = files[i];
-        f.dir = fromNativePath((dir.path() + "/").c_str());
-        f.name = String::format(i % 5 == 4 ? L"cover-%02zu.jpg" : L"track-%02zu.MP3", i);
-        f.path = nativePath(f.fullPath());
-        writeFile(f.path, std::string(1000 + i, static_cast<char>('a' + i % 26)));
-        f.facts = Files::examine(AT_FDCWD, f.path.c_str());
-    }
-    ::unlink(files[7].path.c_str());      // gone since the walk: opened at its turn, where it fails
-    files[8].facts.modification -= 1000; // changed since the walk: read at its turn
-    {
-        TagBytesAhead ahead(3);
-        size_t received = 0;
-        for (size_t i = 0; i < files.size(); ++i) {
-            std::vector<const WalkedFile*> next;
-            for (size_t j = i + 1; j < files.size(); ++j) next.push_back(&files[j]);
-            ahead.turn(files[i], next);
-            if (i == 0) usleep(200 * 1000); // the window is read meanwhile
-            if (i % 6 == 5) continue;       // a file whose turn ends before its tags are read
-            std::unique_ptr<File> file = ahead.take(files[i]);
-            const bool expected = i % 5 != 4 && i != 7 && i != 8;
-            if (!expected) {
-                EXPECT_EQ(file, nullptr) << i;
-                continue;
-            }
-            if (!file) continue; // not read yet at its turn
-            ++received;
-            std::string bytes(file->size(), '\0');
-            EXPECT_EQ(file->read(bytes.data(), bytes.size()), 1000 + i);
-            EXPECT_EQ(bytes, std::string(1000 + i, static_cast<char>('a' + i % 26))) << i;
-        }
-        ahead.turn(files.back(), {});
-        EXPECT_GT(received, 0u);
-    }
-    EXPECT_EQ(openDescriptors(), before);
 }
