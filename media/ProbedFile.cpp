@@ -162,7 +162,7 @@ off64_t lseek64(int fd, off64_t offset, int whence) noexcept
         std::lock_guard<std::mutex> hold(gServed.lock);
         if (ZELd::Stream* stream = fd < 0 ? nullptr : gServed.find(fd)) {
             off64_t to = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? stream->position : whence == SEEK_END ? stream->size : -1;
-            if (to < 0 || (offset < 0 && -offset > to) || (offset > 0 && offset > INT64_MAX - to)) {
+            if (to < 0 || (offset < 0 && offset < -to) || (offset > 0 && offset > INT64_MAX - to)) {
                 errno = EINVAL;
                 return -1;
             }
