@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures a first scan and an update over a network share with a real round
-# trip on this machine (tests/share/share.sh: an sshd in a network namespace,
+# trip on this machine (bench/share/share.sh: an sshd in a network namespace,
 # sshfs, every packet held DELAY ms each way), against what the share allows:
 # reading every byte with 32 files in flight, find, and the one-thread
 # libmediainfo loop. The tree is COUNT generated MP3 files (bench/make-tree.sh)
@@ -17,7 +17,7 @@ source "$(dirname "$0")/common.sh"
 count_wanted="${1:-600}"
 baseline="$build/bin/mediainfo-baseline"
 require "$sonarcat" "$baseline" /usr/bin/taskset
-share="$root/tests/share/share.sh"
+share="$root/bench/share/share.sh"
 export SC_SHARE_DIR="$tmp/state" SC_SHARE_NS="sonarcat-bench-$$" SC_SHARE_PORT=$((30000 + $$ % 20000))
 trap 'bash "$share" stop >/dev/null 2>&1; rm -rf "$tmp"' EXIT
 

@@ -1,6 +1,6 @@
 // A library on a network share with a real round trip: an sshd in a private
 // network namespace on loopback and sshfs, every packet held 1 ms
-// (tests/share/share.sh). Read over the share, the tree gives the report and
+// (bench/share/share.sh). Read over the share, the tree gives the report and
 // the rows it gives on the local disk, paths and times aside (the share keeps
 // whole seconds); a share whose server dies in the middle of a run ends the
 // run, no file that failed for it is stored, and an update once the share is
@@ -62,7 +62,7 @@ protected:
 
     static Result share(std::vector<std::string> args)
     {
-        args.insert(args.begin(), {"/bin/bash", std::string(SONARCAT_SOURCE_DIR) + "/tests/share/share.sh"});
+        args.insert(args.begin(), {"/bin/bash", std::string(SONARCAT_SOURCE_DIR) + "/bench/share/share.sh"});
         Launch launch;
         // A namespace and port of this process's own: each test runs in a process of its own, maybe at once.
         const int pid = static_cast<int>(::getpid());
@@ -134,10 +134,7 @@ TEST_F(Share, AShareWhoseServerDiesEndsTheRunAndStoresNothingOfIt)
     std::this_thread::sleep_for(std::chrono::seconds(2));
     ASSERT_TRUE(run.running()) << "the output pipe did not hold the run";
     ASSERT_EQ(share({"kill"}).status, 0);
-    std::string out;
-    char buffer[65536];
-    for (ssize_t n; (n = ::read(pipe[0], buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<size_t>(n));
-    ::close(pipe[0]);
+    const std::string out = drain(pipe[0]);
     const Result r = run.finish(30);
     ASSERT_FALSE(r.timedOut);
     EXPECT_TRUE(has(r.err, "IOException: Tree Unreachable [" + mnt_ + "]") || has(r.err, "Directory Failed [" + mnt_)) << r.err;

@@ -372,10 +372,7 @@ TEST(WalkAhead, AFileRewrittenAfterItsProbeIsReportedAsItIsAtItsTurn)
     std::this_thread::sleep_for(std::chrono::seconds(2));
     ASSERT_TRUE(run.running()) << "the output pipe did not hold the run";
     for (int i = 0; i < 300; ++i) writeFile(tree / ("t-" + std::to_string(1000 + i) + ".mp3"), picture);
-    std::string out;
-    char buffer[65536];
-    for (ssize_t n; (n = ::read(pipe[0], buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<size_t>(n));
-    ::close(pipe[0]);
+    const std::string out = drain(pipe[0]);
     run.finish();
     static const std::regex block(R"(FILE\[t-\d+\.mp3\]\n    tags\[\d+\] size\[(\d+)\][^\n]*\n    format\[([^\]]*)\])");
     size_t before = 0, after = 0;
@@ -408,10 +405,7 @@ TEST(WalkAhead, ATreeThatGoesAwayEndsTheRunAndNothingOfItIsStored)
     ASSERT_TRUE(run.running()) << "the output pipe did not hold the run";
     ASSERT_EQ(::rename(tree.root().c_str(), (top / "away").c_str()), 0);
     std::filesystem::create_directory(tree.root());
-    std::string out;
-    char buffer[65536];
-    for (ssize_t n; (n = ::read(pipe[0], buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<size_t>(n));
-    ::close(pipe[0]);
+    const std::string out = drain(pipe[0]);
     const Result r = run.finish();
     EXPECT_EQ(occurrences(r.err, "Exception"), 1u) << r.err;
     EXPECT_TRUE(has(r.err, "IOException: Tree Unreachable [" + tree.root() + "]")) << r.err;

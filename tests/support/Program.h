@@ -169,6 +169,15 @@ inline std::string maskTimes(const std::string& text)
     return std::regex_replace(text, stamp, "<time>");
 }
 
+// Everything that comes out of fd until its end; fd is closed.
+inline std::string drain(int fd)
+{
+    std::string out;
+    char buffer[65536];
+    for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;) out.append(buffer, static_cast<size_t>(n));
+    ::close(fd);
+    return out;
+}
 inline bool has(std::string_view text, std::string_view what) { return text.find(what) != std::string_view::npos; }
 inline size_t occurrences(const std::string& text, const std::string& what)
 {
