@@ -66,7 +66,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME ${PROJECT_NAME})
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "libmediainfo0v5")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "libmediainfo0v5, libtag1v5")
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "collects mp3 tags into an SQL database
 Reads the ID3v1, ID3v2 and APE tags and the MediaInfo facts of MP3 files and stores them in a catalogue. \
 Includes the SQLite driver and the tables for every database.")

@@ -9,6 +9,7 @@
 #include "media/ID3v1.h"
 #include "media/ID3v2.h"
 #include "media/MediaFacts.h"
+#include "media/TagProperty.h"
 #include "zel/DateTime.h"
 #include "zel/String.h"
 
@@ -32,6 +33,8 @@ struct FileInfo {
     ID3v1 id3v1;
     ID3v2 id3v2;
     APEv2 ape;
+    // With --all-formats: every value of the file's tags under TagLib's names.
+    TagProperties properties;
 };
 
 } // namespace ZELd

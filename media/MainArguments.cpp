@@ -9,7 +9,7 @@ namespace ZELd {
 namespace {
 
 // Options without a one-letter form have ids above any character's code.
-enum : int { kProbeTimeout = 0x110000, kCharset, kJobs };
+enum : int { kProbeTimeout = 0x110000, kCharset, kJobs, kAllFormats };
 // The longest deadline a probe may be given: a day.
 constexpr unsigned kLongestProbeTimeout = 86400;
 // The most files read at once that --jobs may ask for.
@@ -29,6 +29,9 @@ const Arguments::Option __options__[] = {
     {L"probe-timeout", kProbeTimeout, L"SECONDS", L"10", L"seconds a file's media probe may take; 0: no limit"},
     {L"charset", kCharset, L"NAME", nullptr, L"read text that tags mark as Latin-1 in this character set, e.g. CP1251, SHIFT_JIS, GBK"},
     {L"jobs", kJobs, L"N", nullptr, L"files read at once (default: the cores on a local disk, 8 per core, at most 16, on a network share)"},
+    {L"all-formats", kAllFormats, nullptr, nullptr,
+     L"also read the tags of every other audio format (FLAC, Ogg, Opus, MP4, WMA, WavPack, ...) and store every file's tags under common "
+     L"names"},
     {nullptr, 0, nullptr, nullptr, L"The following options should be grouped together:"},
     {L"database", 'd', L"STRING", nullptr,
      L"Database connection."
@@ -64,6 +67,7 @@ void MainArguments::onOption(int id, const String& value)
     case kProbeTimeout: probeTimeoutText_ = value; break;
     case kCharset: charset_ = value; break;
     case kJobs: jobsText_ = value; break;
+    case kAllFormats: allFormats_ = true; break;
     default: break;
     }
 }
@@ -111,6 +115,7 @@ String MainArguments::toString() const
     if (probeTimeoutText_) b.append(L" --probe-timeout=").append(*probeTimeoutText_);
     if (charset_) b.append(L" --charset=").append(*charset_);
     if (jobsText_) b.append(L" --jobs=").append(*jobsText_);
+    if (allFormats_) b.append(L" --all-formats");
     b.append(L" values[").append(values().toString()).append(L"]");
     return b.toString();
 }

@@ -18,7 +18,8 @@ public:
     MainArguments(Writer& output, Writer& errout);
 
     // "sonarcat --verbose=... --summary=... --database=... --dry-run=... values[...]",
-    // with " --update=true", " --probe-timeout=...", " --charset=..." and " --jobs=..." before " values[" when they were given.
+    // with " --update=true", " --probe-timeout=...", " --charset=...", " --jobs=..." and " --all-formats" before " values[" when they were
+    // given.
     String toString() const override;
 
     bool verbose() const { return _verbose; }
@@ -31,6 +32,9 @@ public:
     unsigned probeTimeout() const { return probeTimeout_; }
     // Files read at once, as --jobs asks; 0: as the medium suits.
     unsigned jobs() const { return jobs_; }
+    // --all-formats: the tags of every audio format that TagLib reads, and
+    // every file's tags under common names (TAG_PROPERTY).
+    bool allFormats() const { return allFormats_; }
     // --charset's decoder, opened when the command line was accepted; nullptr without the option.
     IconvDecoder* charset() const { return decoder_ ? &*decoder_ : nullptr; }
 
@@ -49,6 +53,7 @@ private:
     std::optional<String> charset_;
     unsigned jobs_ = 0;
     std::optional<String> jobsText_;
+    bool allFormats_ = false;
     mutable std::optional<IconvDecoder> decoder_; // decoding changes its state, not the options
 };
 

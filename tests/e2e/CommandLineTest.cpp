@@ -96,8 +96,8 @@ TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
         {{"-vsn", "-d", "DRIVER=Y", "/a"}, flags + "DRIVER=Y --dry-run=true values[/a]"},
         {{"--summary", "--verbose", "--database", "DRIVER=Z", "/a", "/b"}, flags + "DRIVER=Z --dry-run=false values[/a, /b]"},
         {{"-sv", "--", "-n", "--dry-run"}, flags + " --dry-run=false values[-n, --dry-run]"},
-        {{"-sv", "--probe-timeout", "0", "--charset", "cp1251", "--jobs=3", "/a"},
-         flags + " --dry-run=false --probe-timeout=0 --charset=cp1251 --jobs=3 values[/a]"}, // only when given
+        {{"-sv", "--all-formats", "--probe-timeout", "0", "--charset", "cp1251", "--jobs=3", "/a"},
+         flags + " --dry-run=false --probe-timeout=0 --charset=cp1251 --jobs=3 --all-formats values[/a]"}, // only when given
         {{"-vu", "-dDRIVER=X", "/a"},
          "sonarcat --verbose=true --summary=false --database=DRIVER=X --dry-run=false --update=true values[/a]"},
     };
