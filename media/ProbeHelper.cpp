@@ -93,8 +93,8 @@ int serveProbes()
     const int results = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (results < 0 || nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0) return 1;
-    // The requests, as many as have come: a length, whether the tag bytes
-    // are asked for (one byte), then the path's bytes.
+    // The requests, as many as have come: a length, what is asked for
+    // besides the facts (ProbeResult::Asks, one byte), then the path's bytes.
     std::string requests, reply;
     size_t at = 0;
     char piece[kReadPiece];
@@ -104,11 +104,11 @@ int serveProbes()
         if (requests.size() - at >= kHead) {
             std::memcpy(&length, requests.data() + at, sizeof length);
             if (requests.size() - at - kHead >= length) {
-                const bool tagBytes = requests[at + sizeof length] != 0;
+                const auto asks = static_cast<uint8_t>(requests[at + sizeof length]);
                 const char* path = requests.data() + at + kHead;
                 at += kHead + length;
                 reply.clear();
-                ProbeResult::probe(fromNativePath(path, length), tagBytes).encode(reply);
+                ProbeResult::probe(fromNativePath(path, length), asks).encode(reply);
                 if (!moveAll(::write, results, reply.data(), reply.size())) return 1;
                 continue;
             }

@@ -23,7 +23,7 @@ namespace {
 // A message: its length (4 bytes), then the fields in the order of encode.
 // Numbers are in the machine's own byte order and texts are their wchar_t
 // units, a count first: both ends are the same executable.
-enum Flags : uint8_t { kKnown = 1, kFailed = 2, kTagBytes = 4 };
+enum Flags : uint8_t { kKnown = 1, kFailed = 2, kHasTagBytes = 4 };
 
 // The most tag bytes a probe carries back (TagBytes keeps less): a file
 // whose tags take more is read at its turn.
@@ -88,8 +88,9 @@ private:
 
 } // namespace
 
-ProbeResult ProbeResult::probe(const String& path, bool tagBytes)
+ProbeResult ProbeResult::probe(const String& path, uint8_t asks)
 {
+    const bool tagBytes = (asks & kTagBytes) != 0;
     ProbeResult result;
     std::wstring* before = ZELDebugCaptureReport(&result.traces);
     // The file as it is just before its probe: one that cannot be looked at
@@ -131,7 +132,7 @@ void ProbeResult::encode(std::string& bytes) const
 {
     const size_t start = bytes.size();
     put(bytes, uint32_t(0)); // the length, known at the end
-    put(bytes, static_cast<uint8_t>((seen.known ? kKnown : 0) | (failed ? kFailed : 0) | (hasTagBytes ? kTagBytes : 0)));
+    put(bytes, static_cast<uint8_t>((seen.known ? kKnown : 0) | (failed ? kFailed : 0) | (hasTagBytes ? kHasTagBytes : 0)));
     put(bytes, static_cast<uint64_t>(seen.size));
     put(bytes, static_cast<int64_t>(seen.modification));
     put(bytes, facts.width);
@@ -170,14 +171,15 @@ size_t ProbeResult::decode(const char* p, size_t n, ProbeResult& out)
     r.facts.inform = fields.text();
     r.reason = fields.text();
     r.traces = fields.text().str();
-    if ((r.hasTagBytes = (flags & kTagBytes) != 0)) {
+    if ((r.hasTagBytes = (flags & kHasTagBytes) != 0)) {
         r.tagBytes.size = fields.take<uint64_t>();
         r.tagBytes.modification = fields.take<int64_t>();
         r.tagBytes.head = fields.bytes();
         r.tagBytes.tailAt = fields.take<uint64_t>();
         r.tagBytes.tail = fields.bytes();
     }
-    if (!fields.whole() || (flags & ~(kKnown | kFailed | kTagBytes)) != 0) throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
+    if (!fields.whole() || (flags & ~(kKnown | kFailed | kHasTagBytes)) != 0)
+        throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
     out = std::move(r);
     return sizeof length + length;
 }

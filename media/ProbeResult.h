@@ -6,6 +6,7 @@
 #include <string>
 
 #include "media/MediaFacts.h"
+#include "media/TagProperty.h"
 #include "zel/File.h"
 #include "zel/String.h"
 
@@ -38,9 +39,17 @@ struct ProbeResult {
     // message may carry; without the descriptor.
     bool hasTagBytes = false;
     File::Ahead tagBytes;
+    // The file's tags as TagLib reads them (TagLibProperties), when they were
+    // asked for and its name ends in an extension TagLib reads (not .mp3);
+    // propertiesFailure: why TagLib could not read them ("TagLib Read Failed").
+    TagProperties properties;
+    String propertiesFailure;
 
-    // Probes the file in the calling process; with tagBytes, reads them too.
-    static ProbeResult probe(const String& path, bool tagBytes = false);
+    // What a probe is asked to bring besides the media facts.
+    enum Asks : uint8_t { kFactsOnly = 0, kTagBytes = 1, kProperties = 2 };
+    // Probes the file in the calling process; with kTagBytes, reads its tag
+    // bytes too; with kProperties, its tags through TagLib.
+    static ProbeResult probe(const String& path, uint8_t asks = kFactsOnly);
     // A probe that never answered: a final failure.
     static ProbeResult lost(const String& reason);
     // The failure as the probe throws it in the program: IOException naming the path.
