@@ -7,6 +7,7 @@
 //                                                the tree as it is and one after 1% of its files were touched:
 //                                                their wall times in seconds and the first one's peak memory in KB
 //   catalogue-run --engines                      the engines, one a line
+// Options of the program (--all-formats, ...) may come first: every run of it gets them.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -55,13 +56,21 @@ void touchOnePercent(const std::string& tree)
 
 int main(int argc, char** argv)
 {
+    std::vector<std::string> options; // the program's, handed to each of its runs
+    while (argc > 2 && std::string(argv[1]).rfind("--", 0) == 0 && std::string(argv[1]) != "--update" &&
+           std::string(argv[1]) != "--engines")
+        options.push_back(argv[1]), ++argv, --argc;
+    const auto with = [&](std::vector<std::string> argv) {
+        argv.insert(argv.begin() + 1, options.begin(), options.end());
+        return argv;
+    };
     if (argc == 2 && std::string(argv[1]) == "--engines") {
         for (const std::string& name : testsupport::engineNames()) std::printf("%s\n", name.c_str());
         return 0;
     }
     const bool update = argc == 5 && std::string(argv[1]) == "--update";
     if (argc != 4 && !update) {
-        std::fprintf(stderr, "usage: catalogue-run [--update] ENGINE SONARCAT TREE\n");
+        std::fprintf(stderr, "usage: catalogue-run [OPTION]... [--update] ENGINE SONARCAT TREE\n");
         return 2;
     }
     const std::string engine = argv[argc - 3], sonarcat = argv[argc - 2], tree = argv[argc - 1];
@@ -72,7 +81,7 @@ int main(int argc, char** argv)
     }
     const std::string database = "--database=" + catalogue.database();
     if (!update) {
-        const double seconds = engine == "none" ? timed({sonarcat, tree}) : timed({sonarcat, database, tree});
+        const double seconds = engine == "none" ? timed(with({sonarcat, tree})) : timed(with({sonarcat, database, tree}));
         if (engine != "none" && catalogue.count("STOR_FILE") == "0") {
             std::fprintf(stderr, "catalogue-run: %s stored nothing\n", engine.c_str());
             return 1;
@@ -81,10 +90,10 @@ int main(int argc, char** argv)
         return seconds < 0;
     }
     long peak = 0;
-    if (timed({sonarcat, database, tree}) < 0) return 1;
-    const double unchanged = timed({sonarcat, "--update", database, tree}, &peak);
+    if (timed(with({sonarcat, database, tree})) < 0) return 1;
+    const double unchanged = timed(with({sonarcat, "--update", database, tree}), &peak);
     touchOnePercent(tree);
-    const double changed = timed({sonarcat, "--update", database, tree});
+    const double changed = timed(with({sonarcat, "--update", database, tree}));
     std::printf("%.3f %.3f %ld\n", unchanged, changed, peak);
     return unchanged < 0 || changed < 0;
 }

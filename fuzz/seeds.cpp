@@ -1,10 +1,12 @@
 // Writes the seed corpora: OUT/<harness>/<n>. The sample files whole, and the
-// untagged ones, for tag_location; each frame of their ID3v2 tags, after the byte that picks its
+// untagged ones, for tag_location; the files of the other formats for
+// taglib_properties; each frame of their ID3v2 tags, after the byte that picks its
 // owner, for id3v2_frame; and command lines.
 //   fuzz-seeds OUT
 #include <filesystem>
 #include <string>
 
+#include "TagLibExtensions.h"
 #include "support/TagBuilder.h"
 
 using namespace std::string_literals;
@@ -48,6 +50,11 @@ int main(int argc, char** argv)
     }
     for (const auto& e : std::filesystem::directory_iterator(SONARCAT_TEST_DATA))
         if (e.path().extension() == ".mp3") seed("tag_location", testsupport::readFile(e.path()));
+    // The files of every other format, each under its own extension.
+    for (const auto& e : std::filesystem::directory_iterator(std::string(SONARCAT_TEST_DATA) + "/formats"))
+        for (size_t i = 0; i < fuzzsupport::kTagLibExtensionCount; ++i)
+            if (e.path().extension() == fuzzsupport::kTagLibExtensions[i])
+                seed("taglib_properties", std::string(1, static_cast<char>(i)) + testsupport::readFile(e.path()));
     for (const std::string& s :
          {"sonarcat\0-sv\0--dry-run\0/music"s, "sonarcat\0-d\0DRIVER=x\0-snv\0a\0b"s, "sonarcat\0--help"s, "sonarcat\0--verbose=yes\0x"s,
           "sonarcat\0--database= driver = ZELPostgreSQL ;PASSWORD=se=cret;SERVER=h/5432;\0."s,

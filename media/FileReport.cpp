@@ -47,6 +47,11 @@ void FileReport::print(const FileInfo& file) const
         for (const APEv2Item* item : file.ape.items()) out << item->toString() << endl;
     }
     if (file.id3v1.version() > 0) out << sectionRule << endl << file.id3v1.toString() << endl;
+    if (!file.properties.empty()) {
+        out << sectionRule << endl << L"PROPERTIES count[" << static_cast<unsigned long long>(file.properties.size()) << L"]" << endl;
+        for (const TagProperty& p : file.properties)
+            out << L"source[" << p.source << L"] key[" << p.key << L"] value[" << p.value << L"]" << endl;
+    }
     out << sectionRule << endl;
     out << file.media.inform << endl;
 }

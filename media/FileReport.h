@@ -19,7 +19,8 @@ public:
     FileReport(Writer& out, Writer& errout, bool verbose);
 
     // The record's block: the file's place, tags, size and time, failure and
-    // media facts; with verbose every tag section and the media report.
+    // media facts; with verbose every tag section, the tags' properties
+    // (--all-formats) and the media report.
     void print(const FileInfo& file) const;
 
     // The lines of a file's rows, each written as its row goes out. The rule

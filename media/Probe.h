@@ -16,12 +16,13 @@ class Probe {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // path: the file as the system takes it (bytes); tagBytes: its tag
-    // bytes are read with it (ProbeResult::tagBytes).
-    explicit Probe(std::string path, bool tagBytes = false) : path_(std::move(path)), tagBytes_(tagBytes) {}
+    // path: the file as the system takes it (bytes); asks: what is read
+    // with its facts (ProbeResult::Asks: its tag bytes, its properties).
+    explicit Probe(std::string path, uint8_t asks = ProbeResult::kFactsOnly) : path_(std::move(path)), asks_(asks) {}
 
     const std::string& path() const { return path_; }
-    bool wantsTagBytes() const { return tagBytes_; }
+    uint8_t asks() const { return asks_; }
+    bool wantsTagBytes() const { return (asks_ & ProbeResult::kTagBytes) != 0; }
     // No helper has it and it is not done.
     bool waiting() const { return state_ == State::Waiting; }
     bool done() const { return state_ == State::Done; }
@@ -48,7 +49,7 @@ private:
     enum class State { Waiting, Sent, Done };
 
     const std::string path_;
-    const bool tagBytes_;
+    const uint8_t asks_;
     State state_ = State::Waiting;
     Clock::time_point deadline_ = Clock::time_point::max();
     ProbeResult result_;

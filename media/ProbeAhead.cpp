@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "media/TagLibProperties.h"
 #include "zel/Debug.h"
 #include "zel/Exception.h"
 #include "zel/FileName.h"
@@ -33,8 +34,9 @@ constexpr milliseconds kForever{-1};
 
 } // namespace
 
-ProbeAhead::ProbeAhead(unsigned helpers, milliseconds timeout, bool tagBytes)
-    : capacity_(kWindowPerHelper * std::max(helpers, 1u)), timeout_(timeout), tagBytes_(tagBytes), helpers_(std::max(helpers, 1u))
+ProbeAhead::ProbeAhead(unsigned helpers, milliseconds timeout, bool tagBytes, bool properties)
+    : capacity_(kWindowPerHelper * std::max(helpers, 1u)), timeout_(timeout), tagBytes_(tagBytes), properties_(properties),
+      helpers_(std::max(helpers, 1u))
 {}
 
 ProbeAhead::~ProbeAhead() = default; // each helper is ended with its handle
@@ -42,9 +44,6 @@ ProbeAhead::~ProbeAhead() = default; // each helper is ended with its handle
 void ProbeAhead::turn(const WalkedFile& file, const std::vector<const WalkedFile*>& next)
 {
     while (!window_.empty() && window_.front()->path() != file.path) window_.pop_front();
-    auto probeOf = [this](const WalkedFile& f) {
-        return std::make_shared<Probe>(f.path, tagBytes_ && f.name.toLowerCase().endsWith(L".mp3"));
-    };
     if (window_.empty()) window_.push_back(probeOf(file));
     for (size_t ahead = window_.size() - 1; window_.size() < capacity_ && ahead < next.size(); ++ahead)
         window_.push_back(probeOf(*next[ahead]));
@@ -54,24 +53,34 @@ void ProbeAhead::turn(const WalkedFile& file, const std::vector<const WalkedFile
     if (std::any_of(window_.begin(), window_.end(), [](const std::shared_ptr<Probe>& probe) { return probe->waiting(); })) collect(kNoWait);
 }
 
-MediaFacts ProbeAhead::take(const WalkedFile& file, FileFacts& facts)
+std::shared_ptr<Probe> ProbeAhead::probeOf(const WalkedFile& file) const
+{
+    uint8_t asks = ProbeResult::kFactsOnly;
+    if (tagBytes_ && file.name.toLowerCase().endsWith(L".mp3")) asks |= ProbeResult::kTagBytes;
+    if (properties_ && TagLibProperties::readsName(file.name)) asks |= ProbeResult::kProperties;
+    return std::make_shared<Probe>(file.path, asks);
+}
+
+MediaFacts ProbeAhead::take(const WalkedFile& file, FileFacts& facts, TagProperties* properties)
 {
     std::shared_ptr<Probe> probe;
     if (!window_.empty() && window_.front()->path() == file.path) {
         probe = std::move(window_.front());
         window_.pop_front();
     } else {
-        probe = std::make_shared<Probe>(file.path);
+        probe = probeOf(file);
     }
     await(probe);
     const FileStamp seen{facts.size, facts.modification, facts.known()};
     if (!probe->result().final && !probe->result().seen.matches(seen)) { // changed since, or never examined: looked at and probed now
         facts = Files::examine(AT_FDCWD, file.path.c_str());
-        probe = std::make_shared<Probe>(file.path);
+        probe = probeOf(file);
         await(probe);
     }
     ProbeResult& result = probe->result();
     if (!result.traces.empty()) ZELDebugReport(result.traces);
+    if (properties) *properties = std::move(result.properties);
+    if (!result.propertiesFailure.isEmpty()) throw ZEL_NEW IOException(file.fullPath(), result.propertiesFailure);
     if (result.failed) throw result.failure(file.fullPath());
     return std::move(result.facts);
 }
@@ -94,7 +103,7 @@ void ProbeAhead::await(const std::shared_ptr<Probe>& probe)
         if (probe->waiting()) {
             ProbeHelper* helper = helperWithRoom(true);
             if (!helper) { // no helper at all: the probe is made here
-                probe->finish(ProbeResult::probe(fromNativePath(probe->path().data(), probe->path().size())));
+                probe->finish(ProbeResult::probe(fromNativePath(probe->path().data(), probe->path().size()), probe->asks()));
                 return;
             }
             helper->send(probe);

@@ -37,8 +37,9 @@ namespace ZELd {
 class ProbeAhead : public Object {
 public:
     // helpers: how many run at once; timeout: a probe's deadline, zero for
-    // none; tagBytes: the probe of an MP3 file reads its tag bytes too.
-    ProbeAhead(unsigned helpers, std::chrono::milliseconds timeout, bool tagBytes = false);
+    // none; tagBytes: the probe of an MP3 file reads its tag bytes too;
+    // properties: the probe of a file that TagLib reads reads its tags.
+    ProbeAhead(unsigned helpers, std::chrono::milliseconds timeout, bool tagBytes = false, bool properties = false);
     // Ends the helpers; those still probing are killed.
     ~ProbeAhead() override;
     ProbeAhead(const ProbeAhead&) = delete;
@@ -53,8 +54,10 @@ public:
     // The file's facts: its probe's, when it was made ahead and the file
     // still has the size and modification time in `facts`; else, the file
     // changed since the walk looked at it: `facts` are taken again and the
-    // file is probed now. Throws the probe's failure.
-    MediaFacts take(const WalkedFile& file, FileFacts& facts);
+    // file is probed now. Throws the probe's failure; before it, TagLib's
+    // (the file's tags could not be read), with no facts. The properties
+    // that TagLib read go to `properties`.
+    MediaFacts take(const WalkedFile& file, FileFacts& facts, TagProperties* properties = nullptr);
     // The file in hand with the tag bytes that its probe read (waiting for
     // it), when it read them and the file is what the walk found; else null.
     std::unique_ptr<File> tagBytes(const WalkedFile& file);
@@ -79,10 +82,13 @@ private:
     // The helper at `slot` is ended: its first probe fails with `reason`,
     // the others wait for another helper.
     void lose(size_t slot, bool timedOut);
+    // The probe of a file: what it asks for besides the facts.
+    std::shared_ptr<Probe> probeOf(const WalkedFile& file) const;
 
     const size_t capacity_; // files in the window
     const std::chrono::milliseconds timeout_;
     const bool tagBytes_;
+    const bool properties_;
     std::deque<std::shared_ptr<Probe>> window_;         // the file in hand, then those that come next, in walk order
     std::vector<std::unique_ptr<ProbeHelper>> helpers_; // a slot per helper; empty until one is needed
     bool unavailable_ = false;                          // no helper could be started: probes run in the program

@@ -165,7 +165,7 @@ void ProbeHelper::send(const std::shared_ptr<Probe>& probe)
     const std::string& native = probe->path();
     const auto length = static_cast<uint32_t>(native.size());
     unsent_.append(reinterpret_cast<const char*>(&length), sizeof length);
-    unsent_ += static_cast<char>(probe->wantsTagBytes());
+    unsent_ += static_cast<char>(probe->asks());
     unsent_ += native;
     probe->sent();
     if (queue_.empty()) probe->begin(Clock::now(), timeout_);

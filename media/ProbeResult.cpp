@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "media/TagBytes.h"
+#include "media/TagLibProperties.h"
 
 #include <cstdint>
 #include <cstring>
@@ -23,7 +24,7 @@ namespace {
 // A message: its length (4 bytes), then the fields in the order of encode.
 // Numbers are in the machine's own byte order and texts are their wchar_t
 // units, a count first: both ends are the same executable.
-enum Flags : uint8_t { kKnown = 1, kFailed = 2, kHasTagBytes = 4 };
+enum Flags : uint8_t { kKnown = 1, kFailed = 2, kHasTagBytes = 4, kHasProperties = 8 };
 
 // The most tag bytes a probe carries back (TagBytes keeps less): a file
 // whose tags take more is read at its turn.
@@ -79,6 +80,8 @@ public:
         return raw;
     }
     bool whole() const { return !broken_ && left_ == 0; }
+    bool intact() const { return !broken_; }
+    void breakOff() { broken_ = true; }
 
 private:
     const char* p_;
@@ -90,29 +93,40 @@ private:
 
 ProbeResult ProbeResult::probe(const String& path, uint8_t asks)
 {
-    const bool tagBytes = (asks & kTagBytes) != 0;
     ProbeResult result;
     std::wstring* before = ZELDebugCaptureReport(&result.traces);
     // The file as it is just before its probe: one that cannot be looked at
     // matches nothing, and its turn meets the same failure or finds it again.
     const FileFacts file = Files::examine(path);
     result.seen = {file.size, file.modification, file.known()};
+    // The tag bytes and the properties come from the descriptor that the
+    // library reads: the file is opened once.
+    File::Ahead ahead;
+    const bool opened = asks != kFactsOnly && file.known() && !file.linkError && S_ISREG(file.mode) && ahead.open(nativePath(path).c_str());
     try {
-        // The tag bytes come from the descriptor that the library reads: the file is opened once.
-        File::Ahead ahead;
-        if (tagBytes && file.known() && !file.linkError && S_ISREG(file.mode) && ahead.open(nativePath(path).c_str()) &&
-            TagBytes::read(ahead) && ahead.head.size() + ahead.tail.size() <= kMostTagBytes) {
+        if (opened && (asks & kTagBytes) && TagBytes::read(ahead) && ahead.head.size() + ahead.tail.size() <= kMostTagBytes) {
             result.tagBytes = std::move(ahead);
             result.hasTagBytes = true;
             ahead.fd = std::exchange(result.tagBytes.fd, -1); // closed with ahead
         }
-        result.facts = MediaFacts::probe(path, file, ahead.fd); // -1: the probe opens the file
+        result.facts = MediaFacts::probe(path, file, opened ? ahead.fd : -1); // -1: the probe opens the file
     } catch (Exception* e) {
         result.failed = true;
         const auto* io = dynamic_cast<const IOException*>(e);
         result.reason = io ? io->reason() : e->toString();
         result.systemError = e->systemError();
         e->destroy();
+    }
+    // TagLib reads the tags whatever the library made of the file, as the
+    // program reads an MP3 file's tags before its facts.
+    if (opened && (asks & kProperties)) {
+        try {
+            result.properties = TagLibProperties::read(ahead.fd, path);
+        } catch (Exception* e) {
+            const auto* io = dynamic_cast<const IOException*>(e);
+            result.propertiesFailure = io ? io->reason() : e->toString();
+            e->destroy();
+        }
     }
     ZELDebugCaptureReport(before);
     return result;
@@ -132,7 +146,8 @@ void ProbeResult::encode(std::string& bytes) const
 {
     const size_t start = bytes.size();
     put(bytes, uint32_t(0)); // the length, known at the end
-    put(bytes, static_cast<uint8_t>((seen.known ? kKnown : 0) | (failed ? kFailed : 0) | (hasTagBytes ? kHasTagBytes : 0)));
+    put(bytes, static_cast<uint8_t>((seen.known ? kKnown : 0) | (failed ? kFailed : 0) | (hasTagBytes ? kHasTagBytes : 0) |
+                                    (hasProperties() ? kHasProperties : 0)));
     put(bytes, static_cast<uint64_t>(seen.size));
     put(bytes, static_cast<int64_t>(seen.modification));
     put(bytes, facts.width);
@@ -147,6 +162,12 @@ void ProbeResult::encode(std::string& bytes) const
         putBytes(bytes, tagBytes.head);
         put(bytes, static_cast<uint64_t>(tagBytes.tailAt));
         putBytes(bytes, tagBytes.tail);
+    }
+    if (hasProperties()) {
+        putText(bytes, propertiesFailure.str());
+        put(bytes, static_cast<uint32_t>(properties.size()));
+        for (const TagProperty& p : properties)
+            for (const String* text : {&p.source, &p.key, &p.value}) putText(bytes, text->str());
     }
     const auto length = static_cast<uint32_t>(bytes.size() - start - sizeof(uint32_t));
     std::memcpy(bytes.data() + start, &length, sizeof length);
@@ -178,7 +199,23 @@ size_t ProbeResult::decode(const char* p, size_t n, ProbeResult& out)
         r.tagBytes.tailAt = fields.take<uint64_t>();
         r.tagBytes.tail = fields.bytes();
     }
-    if (!fields.whole() || (flags & ~(kKnown | kFailed | kHasTagBytes)) != 0)
+    if (flags & kHasProperties) {
+        r.propertiesFailure = fields.text();
+        // Each property takes at least its three counts: a count that the
+        // message cannot hold is refused before anything is made for it.
+        const uint32_t count = fields.take<uint32_t>();
+        if (count <= length / (3 * sizeof(uint32_t))) {
+            r.properties.reserve(count);
+            for (uint32_t i = 0; i < count && fields.intact(); ++i) {
+                TagProperty p;
+                p.source = fields.text(), p.key = fields.text(), p.value = fields.text();
+                r.properties.push_back(std::move(p));
+            }
+        } else {
+            fields.breakOff();
+        }
+    }
+    if (!fields.whole() || (flags & ~(kKnown | kFailed | kHasTagBytes | kHasProperties)) != 0)
         throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
     out = std::move(r);
     return sizeof length + length;

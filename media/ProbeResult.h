@@ -44,6 +44,7 @@ struct ProbeResult {
     // propertiesFailure: why TagLib could not read them ("TagLib Read Failed").
     TagProperties properties;
     String propertiesFailure;
+    bool hasProperties() const { return !properties.empty() || !propertiesFailure.isEmpty(); }
 
     // What a probe is asked to bring besides the media facts.
     enum Asks : uint8_t { kFactsOnly = 0, kTagBytes = 1, kProperties = 2 };

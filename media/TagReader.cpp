@@ -28,7 +28,7 @@ TagReader::TagReader(const MainArguments& arguments)
     : arguments(arguments), report(arguments.output(), arguments.errout(), arguments.verbose()),
       catalogue(arguments.errout(), arguments.output()),
       inFlight_(FilesInFlight::forTree(arguments.values().isEmpty() ? String() : arguments.values()[0], arguments.jobs())),
-      probes_(inFlight_.probes, std::chrono::seconds(arguments.probeTimeout()), inFlight_.tagBytes)
+      probes_(inFlight_.probes, std::chrono::seconds(arguments.probeTimeout()), inFlight_.tagBytes, arguments.allFormats())
 {
     const String& database = arguments.database();
     if (!catalogue.connect(database, arguments.dryrun())) return;
@@ -113,7 +113,7 @@ void TagReader::read(const WalkedFile& file)
             if (std::unique_ptr<File> ahead = probes_.tagBytes(file)) readTag(*ahead, info);
             else readTag(file.fullPath(), info);
         }
-        info.media = probes_.take(file, facts);
+        info.media = probes_.take(file, facts, args().allFormats() ? &info.properties : nullptr);
     } catch (Exception* e) {
         checkTreeAfter(e);
         info.notes = e->toString();

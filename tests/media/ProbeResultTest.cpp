@@ -21,7 +21,7 @@ auto fieldsOf(const ProbeResult& r)
 {
     return std::tuple(r.seen.size, r.seen.modification, r.seen.known, r.facts.inform.str(), r.facts.format.str(), r.facts.width,
                       r.facts.height, r.facts.duration, r.failed, r.reason.str(), r.systemError, r.traces, r.hasTagBytes, r.tagBytes.size,
-                      r.tagBytes.modification, r.tagBytes.head, r.tagBytes.tailAt, r.tagBytes.tail);
+                      r.tagBytes.modification, r.tagBytes.head, r.tagBytes.tailAt, r.tagBytes.tail, r.properties, r.propertiesFailure.str());
 }
 
 // Where the fields of a message lie: its length, its flags, and the count of its first text.
@@ -44,6 +44,8 @@ TEST(ProbeResult, EveryFieldCrossesAndACutMessageWaitsForTheRest)
     sent.tagBytes.head = std::string("ID3\x04\0\0\0\0\0\x01", 10) + '\xFF';
     sent.tagBytes.tailAt = 4999999000ULL;
     sent.tagBytes.tail = std::string(1000, '\0') + "TAG";
+    sent.properties = {{L"Xiph", L"ARTIST", L"Bj\u00F6rk"}, {L"Xiph", L"ARTIST", L"\u65E5\U0001F3B5"}, {L"ID3v1", L"TITLE", L""}};
+    sent.propertiesFailure = String(L"TagLib Read Failed");
     std::string bytes;
     sent.encode(bytes);
     const size_t length = bytes.size();
@@ -69,9 +71,13 @@ TEST(ProbeResult, BytesThatAreNoMessageAreRefused)
         std::memcpy(bytes.data(), &length, sizeof length);
         return bytes;
     };
-    std::string tooLong = message, flagged = message;
+    std::string tooLong = message, flagged = message, tooMany;
     std::memcpy(&tooLong[kFormatCountAt], "\xFF\xFF\xFF\x0F", 4);
-    flagged[kFlagsAt] = '\x08';
+    flagged[kFlagsAt] = '\x10';
+    ProbeResult withProperties;
+    withProperties.propertiesFailure = String(L"x");
+    withProperties.encode(tooMany);
+    std::memcpy(&tooMany[tooMany.size() - 4], "\xFF\xFF\xFF\x0F", 4); // the count of properties, last
     const struct {
         const char* what;
         std::string bytes;
@@ -80,6 +86,7 @@ TEST(ProbeResult, BytesThatAreNoMessageAreRefused)
         {"a byte after the last field", withLength(message + "x")},
         {"a text longer than the message", tooLong},
         {"a flag that no result sets", flagged},
+        {"more properties than the message holds", tooMany},
     };
     for (const auto& [what, bytes] : damaged) {
         ProbeResult got;
