@@ -8,8 +8,9 @@
 
 namespace fuzzsupport {
 
-inline constexpr std::string_view kTagLibExtensions[] = {".flac", ".ogg", ".oga", ".opus", ".spx", ".m4a", ".mp4", ".wma", ".wv",  ".mpc",
-                                                         ".ape",  ".tta", ".aif", ".wav",  ".mod", ".s3m", ".it",  ".xm",  ".mp2", ".aac"};
+inline constexpr std::string_view kTagLibExtensions[] = {".flac", ".ogg", ".oga", ".opus", ".spx", ".m4a", ".mp4",
+                                                         ".wma",  ".wv",  ".mpc", ".ape",  ".tta", ".aif", ".wav",
+                                                         ".mod",  ".s3m", ".it",  ".xm",   ".mp2", ".aac", ".aiff"};
 inline constexpr size_t kTagLibExtensionCount = std::size(kTagLibExtensions);
 
 } // namespace fuzzsupport

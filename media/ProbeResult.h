@@ -40,8 +40,8 @@ struct ProbeResult {
     bool hasTagBytes = false;
     File::Ahead tagBytes;
     // The file's tags as TagLib reads them (TagLibProperties), when they were
-    // asked for and its name ends in an extension TagLib reads (not .mp3);
-    // propertiesFailure: why TagLib could not read them ("TagLib Read Failed").
+    // asked for (the program asks for those of files whose names TagLib
+    // reads); propertiesFailure: why TagLib could not read them ("TagLib Read Failed").
     TagProperties properties;
     String propertiesFailure;
     bool hasProperties() const { return !properties.empty() || !propertiesFailure.isEmpty(); }
