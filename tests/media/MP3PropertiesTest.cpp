@@ -39,22 +39,17 @@ namespace {
 
 const std::string kAudio = readFile(dataFile("sine-1s.mp3"));
 
-// The file both read: bytes held in memory, named /proc/self/fd/N.
-class TestFile {
-public:
-    explicit TestFile(const std::string& bytes)
-    {
-        if (::ftruncate(fd_, 0) != 0 || ::pwrite(fd_, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) std::abort();
-    }
-    std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
+// The bytes as a file in memory, /proc/self/fd/N, for both readers.
+std::string memoryFile(const std::string& bytes)
+{
+    static const int fd = ::memfd_create("mp3", MFD_CLOEXEC);
+    if (::ftruncate(fd, 0) != 0 || ::pwrite(fd, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) std::abort();
+    return "/proc/self/fd/" + std::to_string(fd);
+}
 
-private:
-    static inline const int fd_ = ::memfd_create("mp3", MFD_CLOEXEC);
-};
-
-// Its tags as the program reads them (TagReader::readTag), as far as they
-// could be read.
-TagProperties ours(const TestFile& file)
+// A file's tags as the program reads them (TagReader::readTag), as far as
+// they could be read.
+TagProperties ours(const std::string& file)
 {
     struct Program {
         FileWriter devNull{::open("/dev/null", O_WRONLY | O_CLOEXEC), nullptr};
@@ -62,7 +57,7 @@ TagProperties ours(const TestFile& file)
         TagReader reader{arguments};
     };
     static Program program;
-    const String path = fromNativePath(file.path().c_str()), dir = L"/proc/self/fd/", name = path.substring(dir.length());
+    const String path = fromNativePath(file.c_str()), dir = L"/proc/self/fd/", name = path.substring(dir.length());
     FileInfo info(dir, name);
     ReportCapture traces; // of damaged tags
     try {
@@ -73,23 +68,20 @@ TagProperties ours(const TestFile& file)
     return mp3Properties(info.id3v2, info.ape, info.id3v1);
 }
 
-// TagLib's strings hold UTF-16 units.
-String wide(const TagLib::String& s)
-{
-    const std::string utf8 = s.to8Bit(true);
-    return decodeUtf8Escaped(utf8.data(), utf8.size());
-}
-
 // TagLib's: the PropertyMap of each tag, in the same order, without its empty values.
-TagProperties taglibs(const TestFile& file)
+TagProperties taglibs(const std::string& file)
 {
     TagProperties out;
+    auto wide = [](const TagLib::String& s) { // as characters, not TagLib's UTF-16 units
+        const std::string utf8 = s.to8Bit(true);
+        return String(decodeUtf8Escaped(utf8.data(), utf8.size()));
+    };
     auto append = [&](const wchar_t* source, const auto* tag) {
         for (const auto& [key, values] : tag->properties())
             for (const TagLib::String& value : values)
                 if (!value.isEmpty()) out.push_back({source, wide(key), wide(value)});
     };
-    TagLib::MPEG::File f(file.path().c_str());
+    TagLib::MPEG::File f(file.c_str());
     if (f.hasID3v2Tag()) append(L"ID3v2", f.ID3v2Tag());
     if (f.hasAPETag()) append(L"APE", f.APETag());
     if (f.hasID3v1Tag()) append(L"ID3v1", f.ID3v1Tag());
@@ -98,7 +90,7 @@ TagProperties taglibs(const TestFile& file)
 
 void expectAsTagLib(const std::string& name, const std::string& bytes)
 {
-    const TestFile file(bytes);
+    const std::string file = memoryFile(bytes);
     const TagProperties theirs = taglibs(file);
     EXPECT_FALSE(theirs.empty()) << name;
     EXPECT_EQ(ours(file), theirs) << name;
@@ -191,7 +183,7 @@ TEST(MP3Properties, DamagedTagsGiveNoEmptyProperty)
             std::string copy = c.bytes;
             copy.replace(at, 4, "\x7F\xFF\0\0"s);
             for (const std::string& bytes : {copy, c.bytes.substr(0, at)})
-                for (const TagProperty& p : ours(TestFile(bytes)))
+                for (const TagProperty& p : ours(memoryFile(bytes)))
                     ASSERT_FALSE(p.key.isEmpty() || p.value.isEmpty()) << c.name << " at " << at;
         }
 }
