@@ -17,6 +17,17 @@ namespace ZELd {
 namespace {
 constexpr size_t kAll = std::numeric_limits<size_t>::max();
 constexpr size_t kBlock = APEv2::Header::kLength;
+
+// n bytes of a text value: UTF-8, else Latin-1 or the run's character set.
+String textValue(const char* p, size_t n)
+{
+    try {
+        return UTF8Decoder().decode(p, n).trim();
+    } catch (CharsetConvertException* e) {
+        e->destroy();
+        return TagCharset::decode(p, n).trim();
+    }
+}
 } // namespace
 
 size_t APEv2Item::read(const char* begin, const char* end)
@@ -47,6 +58,11 @@ size_t APEv2Item::read(const char* begin, const char* end)
             value_ = TagCharset::decode(p, n); // Latin-1, or the run's character set
         }
         value_ = value_.trim();
+        for (size_t at = n + 1; at < size_;) {
+            const size_t length = ByteString::length(p + at, size_ - at);
+            if (String later = textValue(p + at, length); !later.isEmpty()) laterValues_.push_back(later);
+            at += length + 1;
+        }
     } else if (type == 1) {
         value_ = String::tryString(p, n, kAll);
     }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "media/APEHeader.h"
 #include "zel/Array.h"
@@ -24,6 +25,9 @@ public:
     int32_t flags() const { return flags_; }
     const String& key() const { return key_; }
     const String& value() const { return value_; }
+    // The values of a text item after value(), which a zero byte ends: each
+    // read as value() is, the empty ones left out.
+    const std::vector<String>& laterValues() const { return laterValues_; }
 
     String toString() const override;
     const std::type_info& typeInfo() const override { return typeid(APEv2Item); }
@@ -33,6 +37,7 @@ private:
     int32_t flags_ = 0;
     String key_;
     String value_;
+    std::vector<String> laterValues_;
 };
 
 class APEv2 : public Object {

@@ -230,6 +230,7 @@ private:
     void byte(signed char& out);
     void latin1(String& out);
     void encoded(String& out);
+    void encodedRest(std::vector<String>& out);
     void language(String& out);
     void imageFormat(String& out);
     void dataLength();
@@ -256,6 +257,7 @@ void ID3v2Frame::BodyReader::take(FramePart part)
     case FramePart::EncodedToText: encoded(frame_.text_); break;
     case FramePart::RestToBinary: rest(frame_.binary_); break;
     case FramePart::IdentifierToBinaryAndText: identifier(frame_.binary_, frame_.text_); break;
+    case FramePart::EncodedRestToValues: encodedRest(frame_.laterValues_); break;
     case FramePart::End: break;
     }
 }
@@ -282,6 +284,15 @@ void ID3v2Frame::BodyReader::encoded(String& out)
     const size_t n = __decode_length__(encoding, here(), remaining());
     out = frame_.decode(encoding, here(), n).trim();
     pos_ += __skip_length__(encoding, n);
+}
+
+void ID3v2Frame::BodyReader::encodedRest(std::vector<String>& out)
+{
+    while (more()) {
+        String value;
+        encoded(value);
+        if (!value.isEmpty()) out.push_back(value);
+    }
 }
 
 // Taken only with a byte after it: a code that ends the body is read as the
@@ -344,6 +355,15 @@ size_t ID3v2Frame::read(const char* _begin, const char* _end)
         reader.take(part);
     }
     return __6_OR_10__ + size_;
+}
+
+std::vector<String> ID3v2Frame::textValues(const ByteString& body) const
+{
+    ID3v2Frame scratch(owner_);
+    BodyReader reader(scratch, body.data(), body.length());
+    reader.take(FramePart::EncodingByte);
+    reader.take(FramePart::EncodedRestToValues);
+    return scratch.laterValues_;
 }
 
 String ID3v2Frame::toString() const

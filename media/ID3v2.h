@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "zel/Array.h"
 #include "zel/ByteString.h"
@@ -40,6 +41,13 @@ public:
     const String& description() const { return description_; }
     const String& text() const { return text_; }
     const ByteString& binary() const { return binary_; }
+    // The values of a text frame after text(), in their order.
+    const std::vector<String>& laterValues() const { return laterValues_; }
+
+    // The values of bytes laid out as a text frame's body (an encoding byte,
+    // then strings), read as laterValues() are: for frames kept whole in
+    // binary() that some programs write as text.
+    std::vector<String> textValues(const ByteString& body) const;
 
     String toString() const override;
     const std::type_info& typeInfo() const override { return typeid(ID3v2Frame); }
@@ -60,6 +68,7 @@ private:
     String description_;
     String text_;
     ByteString binary_;
+    std::vector<String> laterValues_;
 };
 
 class ID3v2 : public Object {

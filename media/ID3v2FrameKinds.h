@@ -25,11 +25,14 @@ namespace ZELd {
 //   binary       APIC, PIC: the picture; AENC/CRA, PRIV, GEOB/GEO: the bytes
 //                after the strings; UFID/UFI: the identifier; frames of no
 //                text kind: the whole body
+//   laterValues  T..., TXXX/TXX, IPLS/IPL: the values after text, which a
+//                zero ends (ID3v2.4 holds several values so)
 //
 // The verbose report shows them as encoding[], type[], url[], description[],
 // text[] and binary[]; they are stored in the ENCODING, TYPE_, URL,
 // DESCRIPTION, TEXT_ and BINARY_ columns of ID3V2_FRAME (the frame INSERT of
-// media/TagStore.cpp).
+// media/TagStore.cpp). laterValues is neither shown nor stored: it serves the
+// tag properties (media/MP3Properties.h).
 enum class FramePart : uint8_t {
     End,                       // no more parts: fills the unused places of a row
     EncodingByte,              // one byte -> encoding
@@ -43,6 +46,8 @@ enum class FramePart : uint8_t {
     EncodedToText,             // a string in the frame's encoding -> text
     RestToBinary,              // what remains, no more than the data length when there is one -> binary
     IdentifierToBinaryAndText, // at most 64 bytes -> binary, and -> text when no more remain
+    EncodedRestToValues,       // the strings that remain, in the frame's encoding -> laterValues
+                               // (each trimmed, the empty ones left out)
 };
 
 constexpr size_t kMaxFrameParts = 6;
@@ -79,8 +84,8 @@ inline constexpr FrameKind kFrameKinds[] = {
     {"GEO", "GEOB", IdMatch::Whole, {EncodingByte, Latin1ToUrl, EncodedToText, EncodedToDescription, RestToBinary}},
     {"", "PRIV", IdMatch::Whole, {Latin1ToUrl, RestToBinary}},
     {"ULT", "USLT", IdMatch::Whole, {EncodingByte, LanguageToUrl, EncodedToDescription, EncodedToText}},
-    {"IPL", "IPLS", IdMatch::FirstThree, {EncodingByte, EncodedToText}},
-    {"TXX", "TXXX", IdMatch::FirstThree, {EncodingByte, EncodedToDescription, EncodedToText}},
+    {"IPL", "IPLS", IdMatch::FirstThree, {EncodingByte, EncodedToText, EncodedRestToValues}},
+    {"TXX", "TXXX", IdMatch::FirstThree, {EncodingByte, EncodedToDescription, EncodedToText, EncodedRestToValues}},
     {"UFI", "UFID", IdMatch::FirstThree, {Latin1ToUrl, IdentifierToBinaryAndText}},
     {"WXX", "WXXX", IdMatch::FirstThree, {EncodingByte, EncodedToDescription, Latin1ToUrl}},
 };
@@ -88,7 +93,7 @@ inline constexpr FrameKind kFrameKinds[] = {
 // T text frames, U frames with a language, W URL frames. Every other first
 // byte (A, C, G, I and P among them) keeps the whole body.
 inline constexpr FrameFamily kFrameFamilies[] = {
-    {'T', {EncodingByte, EncodedToText}},
+    {'T', {EncodingByte, EncodedToText, EncodedRestToValues}},
     {'U', {EncodingByte, LanguageToUrl, EncodedToText}},
     {'W', {Latin1ToUrl}},
 };
