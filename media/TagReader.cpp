@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "media/CatalogueUpdate.h"
+#include "media/MP3Properties.h"
 #include "media/MainArguments.h"
 #include "media/MediaFacts.h"
 #include "media/Progress.h"
@@ -108,8 +109,9 @@ void TagReader::read(const WalkedFile& file)
     if (!file.facts.known()) throw ZEL_NEW IOException(file.fullPath(), L"Size Failed", file.facts.error);
     FileInfo info(file.dir, file.name);
     FileFacts facts = file.facts;
+    const bool isMP3 = file.name.toLowerCase().endsWith(L".mp3");
     try {
-        if (file.name.toLowerCase().endsWith(L".mp3")) {
+        if (isMP3) {
             if (std::unique_ptr<File> ahead = probes_.tagBytes(file)) readTag(*ahead, info);
             else readTag(file.fullPath(), info);
         }
@@ -120,6 +122,9 @@ void TagReader::read(const WalkedFile& file)
         args().errout() << e->toStringAll() << endl;
         e->destroy();
     }
+    // What the readers took from an MP3 file, also when a failure cut the
+    // reading short: the properties of the tag rows the file gets.
+    if (args().allFormats() && isMP3) info.properties = mp3Properties(info.id3v2, info.ape, info.id3v1);
     info.size = facts.size;
     if (facts.known()) {
         info.atime.assign(facts.access);

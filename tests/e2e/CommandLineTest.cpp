@@ -73,7 +73,7 @@ TEST(CommandLine, HelpAndVersionRunNothingAndTheManualPageRepeatsTheHelp)
         EXPECT_TRUE(has(manual, line.substr(text))) << line;
         ++texts;
     }
-    EXPECT_EQ(std::tuple(texts, examples), std::tuple(10u + 9u, 9u)) << "ten options and nine connection strings";
+    EXPECT_EQ(std::tuple(texts, examples), std::tuple(11u + 9u, 9u)) << "eleven options and nine connection strings";
 }
 
 TEST(CommandLine, EveryOptionFormReachesTheRunAndTheVerboseLine)
