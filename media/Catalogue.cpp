@@ -48,7 +48,9 @@ bool isConflict(const Exception* failure)
 
 // The records of a directory row's files.
 const wchar_t* const kSelectFiles = L"SELECT NAME, FILE_ID, FILE_SZ, FILE_MT FROM STOR_FILE WHERE DIR_ID = :DIR_ID";
-// The rows of a file, those that refer to others first.
+// The rows of a file, those that refer to others first; its TAG_PROPERTY rows
+// before them all, where the catalogue has that table.
+const wchar_t* const kDeleteProperties = L"DELETE FROM TAG_PROPERTY WHERE FILE_ID = :FILE_ID";
 const wchar_t* const kDeleteFile[] = {
     L"DELETE FROM APE_ITEM WHERE FILE_ID = :FILE_ID",    L"DELETE FROM APE WHERE FILE_ID = :FILE_ID",
     L"DELETE FROM ID3V2_FRAME WHERE FILE_ID = :FILE_ID", L"DELETE FROM ID3V2 WHERE FILE_ID = :FILE_ID",
@@ -78,20 +80,52 @@ bool Catalogue::connect(const String& database, bool dryRun)
 
 namespace {
 
-// The tables the catalogue lacks, named in a list, and their number.
-std::wstring missingTables(SQLConnection* connection, size_t& count)
+bool hasTable(SQLConnection* connection, const wchar_t* table)
 {
-    std::wstring missing;
-    count = 0;
-    for (const wchar_t* table : kCatalogueTables) {
-        try {
-            SQLQuery(connection).execute(String(L"SELECT COUNT(*) FROM ") + table + L" WHERE 1 = 0");
-        } catch (Exception* e) {
-            e->destroy();
-            missing += (count++ == 0 ? L"" : L", ") + std::wstring(table);
-        }
+    try {
+        SQLQuery(connection).execute(String(L"SELECT COUNT(*) FROM ") + table + L" WHERE 1 = 0");
+        return true;
+    } catch (Exception* e) {
+        e->destroy();
+        return false;
     }
-    return missing;
+}
+
+// What a look at the catalogue's tables saw.
+struct TablesLook {
+    std::wstring missing;    // the tables that the run needs and the catalogue lacks, named in a list
+    size_t seven = 0;        // how many of the seven tables it lacks
+    bool properties = false; // it has TAG_PROPERTY
+};
+
+TablesLook lookAtTables(SQLConnection* connection, bool properties)
+{
+    TablesLook look;
+    const auto missing = [&](const wchar_t* table) { look.missing += (look.missing.empty() ? L"" : L", ") + std::wstring(table); };
+    for (const wchar_t* table : kCatalogueTables)
+        if (!hasTable(connection, table)) ++look.seven, missing(table);
+    look.properties = hasTable(connection, kPropertyTable);
+    if (properties && !look.properties) missing(kPropertyTable);
+    return look;
+}
+
+// What a run makes of a look: nothing, every table it needs, TAG_PROPERTY
+// (with its index and the view) beside the seven tables, or nothing at all,
+// since the catalogue holds only some of the tables.
+enum class Need { Nothing, Everything, Properties, Partial };
+
+Need needOf(const TablesLook& look, bool properties)
+{
+    if (look.seven == 0) return properties && !look.properties ? Need::Properties : Need::Nothing;
+    if (look.seven == std::size(kCatalogueTables) && !(properties && look.properties)) return Need::Everything;
+    return Need::Partial;
+}
+
+// The statements that make what a run needs.
+std::vector<String> statementsFor(const SchemaFile& schema, Need need, bool properties)
+{
+    if (need == Need::Properties) return schemaStatements(schema.text, SchemaSection::Properties);
+    return properties ? schemaStatements(schema.text) : schemaStatements(schema.text, SchemaSection::Tables);
 }
 
 // Runs a lock's statement; false when its row does not say that the lock is taken.
@@ -102,12 +136,12 @@ bool lockStatement(SQLConnection* connection, const wchar_t* statement)
     return q.fetch() && q.fields()[0].asInt64() == 1;
 }
 
-// Makes the tables in one transaction; the failure, the transaction rolled back, else null.
-Exception* makeTables(SQLConnection* connection, const SchemaFile& schema)
+// Runs the statements in one transaction; the failure, the transaction rolled back, else null.
+Exception* makeTables(SQLConnection* connection, const std::vector<String>& statements)
 {
     try {
         connection->startTrans();
-        for (const String& statement : schemaStatements(schema.text)) SQLQuery(connection).execute(statement);
+        for (const String& statement : statements) SQLQuery(connection).execute(statement);
         connection->commitTrans();
         return nullptr;
     } catch (Exception* failure) {
@@ -122,33 +156,40 @@ Exception* makeTables(SQLConnection* connection, const SchemaFile& schema)
 
 } // namespace
 
-Catalogue::Tables Catalogue::prepareTables(bool dryRun)
+Catalogue::Tables Catalogue::prepareTables(bool dryRun, bool properties)
 {
-    constexpr size_t kAll = std::size(kCatalogueTables);
-    size_t missing = 0;
-    std::wstring names = missingTables(connection, missing);
-    if (missing == 0) return Tables::Held;
+    storesProperties_ = properties;
+    TablesLook look = lookAtTables(connection, properties);
+    Need need = needOf(look, properties);
+    propertyTable_ = look.properties;
+    if (need == Need::Nothing) return Tables::Held;
     const auto partial = [&] {
-        return ZEL_NEW SQLException(L"The catalogue holds only some of its seven tables: [" + String(std::move(names)) +
+        return ZEL_NEW SQLException(L"The catalogue holds only some of its " + String(properties ? L"eight" : L"seven") + L" tables: [" +
+                                    String(std::move(look.missing)) +
                                     L"] are missing. It is left as it is: complete it with its schema file, or name an empty catalogue");
     };
     if (dryRun) {
-        if (missing < kAll) throw partial();
+        if (need == Need::Partial) throw partial();
+        if (need == Need::Properties) {
+            propertiesAdded_ = true; // an update says what a run would read again
+            return Tables::PropertiesMissing;
+        }
         tables_ = false;
         return Tables::Missing;
     }
-    // Other runs may be looking at the same empty catalogue: look again under
-    // the lock, or after a failure to make the tables.
+    // Other runs may be looking at the same catalogue: look again under the
+    // lock, or after a failure to make the tables.
     const SchemaFile* schema = schemaFor(driver_, serverInfo());
     const TablesLock lock = schema ? tablesLockFor(*schema) : TablesLock();
     if (lock.take && !lockStatement(connection, lock.take))
         throw ZEL_NEW SQLException(L"Another run kept the catalogue's tables to itself for a minute: [" + String(lock.take) + L"]");
     Exception* failure = nullptr;
-    bool made = false, someBefore = lock.take && missing < kAll;
+    Need made = Need::Nothing;
+    bool someBefore = lock.take && need == Need::Partial;
     for (int attempt = 1;; ++attempt) {
-        if (lock.take || attempt > 1) names = missingTables(connection, missing);
-        if (missing == 0) break; // made by another run
-        if (missing < kAll) {
+        if (lock.take || attempt > 1) need = needOf(look = lookAtTables(connection, properties), properties);
+        if (need == Need::Nothing) break; // made by another run
+        if (need == Need::Partial) {
             // A look that another run's commit cut in two sees some of the
             // tables: they are refused when two looks in a row see some.
             if (someBefore || attempt == kStoreAttempts) {
@@ -159,11 +200,14 @@ Catalogue::Tables Catalogue::prepareTables(bool dryRun)
         } else {
             someBefore = false;
             if (!schema) {
-                failure = ZEL_NEW SQLException(L"The catalogue has no tables, and there is no schema file for [" + serverInfo() + L"]");
+                failure = ZEL_NEW SQLException(
+                    String(need == Need::Properties ? L"The catalogue has no TAG_PROPERTY" : L"The catalogue has no tables") +
+                    L", and there is no schema file for [" + serverInfo() + L"]");
                 break;
             }
-            failure = makeTables(connection, *schema);
-            if ((made = !failure) || attempt == kStoreAttempts) break;
+            failure = makeTables(connection, statementsFor(*schema, need, properties));
+            if (!failure) made = need;
+            if (!failure || attempt == kStoreAttempts) break;
             failure->destroy();
             failure = nullptr;
         }
@@ -176,7 +220,9 @@ Catalogue::Tables Catalogue::prepareTables(bool dryRun)
         e->destroy(); // the failure before it says what went wrong
     }
     if (failure) throw failure;
-    if (!made) return Tables::Held;
+    propertyTable_ = look.properties || (made != Need::Nothing && properties);
+    if (made == Need::Nothing) return Tables::Held;
+    propertiesAdded_ = made == Need::Properties;
     schemaFile_ = schema->name;
     return Tables::Made;
 }
@@ -273,7 +319,9 @@ void Catalogue::deleteRecords(const std::vector<RecordId>& records)
 {
     if (records.empty()) return;
     SQLQuery q(connection);
-    for (const wchar_t* statement : kDeleteFile) {
+    std::vector<const wchar_t*> statements(std::begin(kDeleteFile), std::end(kDeleteFile));
+    if (propertyTable_) statements.insert(statements.begin(), kDeleteProperties);
+    for (const wchar_t* statement : statements) {
         q.prepare(statement);
         for (const RecordId& record : records) {
             q.params()[0].setValue(static_cast<long long>(record.fileId));

@@ -34,8 +34,10 @@ struct StoredFile {
 
 class Catalogue {
 public:
-    // What prepareTables found.
-    enum class Tables { Held, Made, Missing };
+    // What prepareTables found: the tables the run needs were there, it
+    // made them, or a dry run found none of them, or found the seven tables
+    // without TAG_PROPERTY.
+    enum class Tables { Held, Made, Missing, PropertiesMissing };
 
     // errout takes what keeps a file out of the catalogue; out is the
     // report's writer, whose failure ends the walk instead of failing a file.
@@ -51,11 +53,21 @@ public:
     bool connect(const String& database, bool dryRun);
     // Makes the seven tables, from the schema file of the catalogue's
     // database (schemaFile()), when the catalogue has none of them, in one
-    // transaction: once, also when other runs start on the same empty
-    // catalogue. A dry run makes nothing: Missing. Throws, leaving the
-    // catalogue as it was, when it holds some of the tables but not all.
-    Tables prepareTables(bool dryRun);
+    // transaction: once, also when other runs start on the same catalogue.
+    // With properties (--all-formats) the run stores TAG_PROPERTY rows: an
+    // empty catalogue gets TAG_PROPERTY and the view TRACK with the seven
+    // tables, and one that holds the seven tables gets them in a transaction
+    // of their own. No table is ever altered. A dry run makes nothing:
+    // Missing or PropertiesMissing. Throws, leaving the catalogue as it was,
+    // when it holds some of the tables that the run needs but not all.
+    Tables prepareTables(bool dryRun, bool properties);
     const char* schemaFile() const { return schemaFile_; }
+    // The run stores each file's TAG_PROPERTY rows.
+    bool storesProperties() const { return storesProperties_; }
+    // This run made TAG_PROPERTY in a catalogue that held the seven tables
+    // (or a dry run would): the files stored before it have no properties,
+    // and an update reads every stored file again.
+    bool propertiesAdded() const { return propertiesAdded_; }
     // A connection is open and files can be stored.
     bool ready() const;
     String serverInfo() const;
@@ -85,8 +97,9 @@ public:
     // path (UTF-8); the records of the files of one directory row.
     void readDirectories(const String& pattern, const std::function<void(std::string&& path, int32_t dirId)>& take);
     void readFiles(int32_t dirId, const std::function<void(StoredFile&&)>& take);
-    // Deletes the records and, with the last file of a directory row, that
-    // row, in the open transaction.
+    // Deletes the records (their TAG_PROPERTY rows too, where the catalogue
+    // has that table, whether the run stores them or not) and, with the last
+    // file of a directory row, that row, in the open transaction.
     void deleteRecords(const std::vector<RecordId>& records);
 
 private:
@@ -101,6 +114,9 @@ private:
     String driver_;                      // the driver the connection string names
     bool tables_ = true;                 // the catalogue has its tables (a dry run leaves an empty one empty)
     const char* schemaFile_ = nullptr;   // the schema file the tables were made from
+    bool propertyTable_ = false;         // the catalogue has TAG_PROPERTY
+    bool storesProperties_ = false;      // --all-formats
+    bool propertiesAdded_ = false;       // TAG_PROPERTY made beside the seven tables that this run found
     String currentDir;                   // the directory of the last STOR_DIR row written; empty after a rollback
     int32_t dirId = 0;                   // the last ids handed out; 0: not yet read from the database
     int64_t fileId = 0;

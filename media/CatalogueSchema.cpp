@@ -16,6 +16,14 @@ const SchemaFile* named(const char* name)
     return nullptr;
 }
 
+// Where the section of --all-formats begins: at the start of a line.
+const char* propertiesSection(const char* text)
+{
+    for (const char* at = std::strstr(text, kPropertiesSection); at; at = std::strstr(at + 1, kPropertiesSection))
+        if (at == text || at[-1] == '\n') return at;
+    return text + std::strlen(text);
+}
+
 } // namespace
 
 const SchemaFile* schemaFor(const String& driver, const String& serverInfo)
@@ -66,6 +74,13 @@ std::vector<String> schemaStatements(const char* text)
         statement.clear();
     }
     return statements;
+}
+
+std::vector<String> schemaStatements(const char* text, SchemaSection section)
+{
+    const char* properties = propertiesSection(text);
+    if (section == SchemaSection::Properties) return schemaStatements(properties);
+    return schemaStatements(std::string(text, properties).c_str());
 }
 
 } // namespace ZELd

@@ -1,6 +1,8 @@
-// The catalogue's seven tables as schema/ makes them for each database: the
-// files of schema/ are built into the program (cmake/EmbedSchemas.cmake), so
-// that it makes the tables of an empty catalogue from the very same text.
+// The catalogue's seven tables as schema/ makes them for each database, and
+// what --all-formats adds below them (TAG_PROPERTY, its index and the view
+// TRACK): the files of schema/ are built into the program
+// (cmake/EmbedSchemas.cmake), so that it makes the tables of a catalogue from
+// the very same text.
 #pragma once
 
 #include <cstddef>
@@ -19,6 +21,8 @@ extern const SchemaFile kSchemaFiles[kSchemaFileCount];
 
 // The seven tables.
 inline constexpr const wchar_t* kCatalogueTables[] = {L"STOR_DIR", L"STOR_FILE", L"ID3V1", L"ID3V2", L"ID3V2_FRAME", L"APE", L"APE_ITEM"};
+// The table of --all-formats.
+inline constexpr const wchar_t kPropertyTable[] = L"TAG_PROPERTY";
 
 // The schema file for a connection: by its driver, and through ODBC by the
 // database behind it (serverInfo, as the connection names it). Null when the
@@ -36,8 +40,16 @@ struct TablesLock {
 };
 TablesLock tablesLockFor(const SchemaFile& schema);
 
-// The statements of a schema file: its text cut at each ";" outside a
-// quoted string, without its comments and blank statements.
+// The two sections of a schema file: the seven tables, and from the comment
+// line that begins with kPropertiesSection to its end, what --all-formats
+// adds.
+enum class SchemaSection { Tables, Properties };
+inline constexpr char kPropertiesSection[] = "-- With --all-formats:";
+
+// The statements of a schema file, or of one of its sections: the text cut
+// at each ";" outside a quoted string, without its comments and blank
+// statements.
 std::vector<String> schemaStatements(const char* text);
+std::vector<String> schemaStatements(const char* text, SchemaSection section);
 
 } // namespace ZELd

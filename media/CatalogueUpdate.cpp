@@ -90,8 +90,9 @@ void CatalogueUpdate::judge(WalkedFile& file)
     DateTime modified; // as the run stores it
     if (file.facts.known()) modified.assign(file.facts.modification);
     // Stored more than once: stored again as one. A file that cannot be looked at is read, and meets its failure there.
+    // Stored before the catalogue had TAG_PROPERTY: read again for its properties.
     if (entry.more.empty() && entry.modified >= 0 && file.facts.known() && entry.size == file.facts.size &&
-        entry.modified == modified.wallClock()) {
+        entry.modified == modified.wallClock() && !catalogue_.propertiesAdded()) {
         file.verdict = WalkedFile::Verdict::Unchanged;
         ++unchanged_;
         return;

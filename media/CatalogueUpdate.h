@@ -6,8 +6,10 @@
 // UTF-8, each byte of a name that is not UTF-8 as U+FFFD). A file is
 // unchanged when it has one record with its size and modification time as
 // this run would store them (the time's text, to the millisecond, local);
-// it is changed when its size or time differs or when earlier runs stored it
-// more than once; new when it has no record. A record whose file the walk did
+// it is changed when its size or time differs, when earlier runs stored it
+// more than once, or when this run made TAG_PROPERTY in a catalogue that held
+// the other tables (its properties were never stored); new when it has no
+// record. A record whose file the walk did
 // not meet is removed only when the directory that held it was read to its
 // end, or, for a directory that is gone, when a directory above it was: a
 // walk that stops early, or a PATH that cannot be read, removes nothing it

@@ -83,6 +83,11 @@ void FileReport::apeRows(size_t items) const
     if (verbose_) out_ << L"    INSERT APE APE_ITEM[" << static_cast<unsigned long long>(items) << L"]" << endl;
 }
 
+void FileReport::propertyRows(size_t properties) const
+{
+    if (verbose_) out_ << L"    INSERT TAG_PROPERTY[" << static_cast<unsigned long long>(properties) << L"]" << endl;
+}
+
 void FileReport::untitled(const FileInfo& file) const
 {
     errout_ << L"Title is NULL " << file.id3v1.toString() << L" [" << file.dir << file.name << L"]" << endl;

@@ -31,6 +31,7 @@ public:
     void id3v1Row() const;
     void id3v2Rows(size_t frames) const;
     void apeRows(size_t items) const;
+    void propertyRows(size_t properties) const;
     // An ID3v1 tag without a title, which gets no row.
     void untitled(const FileInfo& file) const;
 

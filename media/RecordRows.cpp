@@ -170,6 +170,28 @@ void insertApe(SQLConnection* connection, int64_t fileId, const APEv2& tag)
     }
 }
 
+const wchar_t* const kInsertProperty =
+    L"INSERT INTO TAG_PROPERTY (FILE_ID, NO_, SOURCE_, KEY_, VALUE_)\nVALUES (:FILE_ID, :NO_, :SOURCE_, :KEY_, :VALUE_)";
+// Keys longer than this are stored cut to it: every database indexes them whole.
+constexpr size_t kMaxStoredKey = 200;
+
+// The rows numbered from 1 in the order of the record.
+void insertProperties(SQLConnection* connection, int64_t fileId, const TagProperties& properties)
+{
+    SQLQuery q(connection);
+    q.prepare(kInsertProperty);
+    SQLParams& p = q.params();
+    for (size_t i = 0; i < properties.size(); ++i) {
+        const TagProperty& property = properties[i];
+        p.byName(L"FILE_ID")->setValue(static_cast<long long>(fileId));
+        p.byName(L"NO_")->setValue(static_cast<int>(i + 1));
+        text(p.byName(L"SOURCE_"), property.source);
+        text(p.byName(L"KEY_"), property.key.length() > kMaxStoredKey ? property.key.substring(0, kMaxStoredKey) : property.key);
+        text(p.byName(L"VALUE_"), property.value);
+        q.execute();
+    }
+}
+
 } // namespace
 
 void insertRecord(Catalogue& catalogue, const FileInfo& file, const FileReport& report)
@@ -200,6 +222,10 @@ void insertRecord(Catalogue& catalogue, const FileInfo& file, const FileReport& 
     if (file.ape.version() != 0) {
         insertApe(connection, fileId, file.ape);
         report.apeRows(file.ape.items().size());
+    }
+    if (catalogue.storesProperties() && !file.properties.empty()) {
+        insertProperties(connection, fileId, file.properties);
+        report.propertyRows(file.properties.size());
     }
 }
 

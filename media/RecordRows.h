@@ -1,8 +1,9 @@
-// A file's record as rows of the catalogue's seven tables: a directory row
-// when the file's directory is not the current one, the file's row, and the
-// rows of its ID3v1, ID3v2 (with its frames) and APE (with its items) tags,
-// each bound value by value and each statement prepared once per file. The
-// report gets each row's line as the row goes out.
+// A file's record as rows of the catalogue's tables: a directory row when the
+// file's directory is not the current one, the file's row, the rows of its
+// ID3v1, ID3v2 (with its frames) and APE (with its items) tags, and, when the
+// run stores them (--all-formats), its TAG_PROPERTY rows; each bound value by
+// value and each statement prepared once per file. The report gets each
+// row's line as the row goes out.
 #pragma once
 
 namespace ZELd {

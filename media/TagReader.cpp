@@ -35,9 +35,12 @@ TagReader::TagReader(const MainArguments& arguments)
     if (!catalogue.connect(database, arguments.dryrun())) return;
     Writer& out = arguments.output();
     out << L"Database connected. [" << catalogue.serverInfo() << L"] Using [" << database << L"]" << endl;
-    switch (catalogue.prepareTables(arguments.dryrun())) {
+    switch (catalogue.prepareTables(arguments.dryrun(), arguments.allFormats())) {
     case Catalogue::Tables::Made: out << L"Tables made. [" << fromNativePath(catalogue.schemaFile()) << L"]" << endl; break;
     case Catalogue::Tables::Missing: out << L"The catalogue has no tables: a run without --dry-run makes them." << endl; break;
+    case Catalogue::Tables::PropertiesMissing:
+        out << L"The catalogue has no TAG_PROPERTY: a run without --dry-run makes it." << endl;
+        break;
     case Catalogue::Tables::Held: break;
     }
 }

@@ -1,4 +1,4 @@
--- The catalogue's seven tables for Firebird 3.0 and later.
+-- The catalogue's seven tables for Firebird 3.0 and later, then what --all-formats adds.
 -- echo "CREATE DATABASE 'localhost:/var/lib/firebird/3.0/data/music.fdb' DEFAULT CHARACTER SET UTF8;" | isql-fb -user SYSDBA -password PASSWORD
 -- isql-fb -bail -user SYSDBA -password PASSWORD -ch UTF8 -i schema/firebird.sql localhost:/var/lib/firebird/3.0/data/music.fdb
 -- Text is UTF-8 (every Unicode character) in text blobs, without a length
@@ -92,3 +92,35 @@ CREATE TABLE APE_ITEM (
     VALUE_      BLOB SUB_TYPE TEXT CHARACTER SET UTF8,
     PRIMARY KEY (FILE_ID, NO_)
 );
+
+-- With --all-formats: each value of each tag of a file under the name that
+-- TagLib gives it, numbered from 1 in the file's order (the best tag first),
+-- with the kind of tag it came from; a key longer than 200 characters is
+-- stored as its first 200. The view TRACK gives one row per stored file: its
+-- path, format and play time, and of each common key the value of the file's
+-- first row with that key (NULL when there is none). The program makes what
+-- follows this comment only in a run with that option, also in a catalogue
+-- that holds the seven tables above.
+
+CREATE TABLE TAG_PROPERTY (
+    FILE_ID     BIGINT      NOT NULL REFERENCES STOR_FILE (FILE_ID),
+    NO_         INTEGER     NOT NULL,
+    SOURCE_     BLOB SUB_TYPE TEXT CHARACTER SET UTF8 NOT NULL,
+    KEY_        VARCHAR(200) CHARACTER SET UTF8 NOT NULL,
+    VALUE_      BLOB SUB_TYPE TEXT CHARACTER SET UTF8 NOT NULL,
+    PRIMARY KEY (FILE_ID, NO_)
+);
+CREATE INDEX TAG_PROPERTY_KEY ON TAG_PROPERTY (FILE_ID, KEY_);
+
+CREATE VIEW TRACK AS
+SELECT f.FILE_ID AS FILE_ID, d.PATH || f.NAME AS PATH, f.MEDI_FM AS FORMAT, f.MEDI_DU AS DURATION,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'TITLE' ORDER BY p.NO_) AS TITLE,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ARTIST' ORDER BY p.NO_) AS ARTIST,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ALBUMARTIST' ORDER BY p.NO_) AS ALBUMARTIST,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ALBUM' ORDER BY p.NO_) AS ALBUM,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'TRACKNUMBER' ORDER BY p.NO_) AS TRACKNUMBER,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'DISCNUMBER' ORDER BY p.NO_) AS DISCNUMBER,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'DATE' ORDER BY p.NO_) AS DATE_,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'GENRE' ORDER BY p.NO_) AS GENRE,
+    (SELECT FIRST 1 p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'COMPOSER' ORDER BY p.NO_) AS COMPOSER
+FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID;

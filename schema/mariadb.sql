@@ -1,11 +1,12 @@
--- The catalogue's seven tables for MariaDB.
+-- The catalogue's seven tables for MariaDB, then what --all-formats adds.
 -- mariadb -h HOST -P PORT -u USER -p --default-character-set=utf8mb4 -e 'CREATE DATABASE music'
 -- mariadb -h HOST -P PORT -u USER -p --default-character-set=utf8mb4 music < schema/mariadb.sql
 -- Text is utf8mb4 (every Unicode character) with a binary collation: names
 -- that differ only in letter case or trailing blanks stay different. Unsigned
 -- 32-bit values are BIGINT, the file size BIGINT UNSIGNED; times are local
--- wall-clock times with milliseconds (DATETIME, no time zone). No text column
--- is part of a key, so text has no length limit below LONGTEXT's.
+-- wall-clock times with milliseconds (DATETIME, no time zone). Text has no
+-- length limit below LONGTEXT's, but for TAG_PROPERTY.KEY_, which is part of
+-- an index.
 
 CREATE TABLE STOR_DIR (
     DIR_ID      INTEGER         NOT NULL PRIMARY KEY,
@@ -95,3 +96,36 @@ CREATE TABLE APE_ITEM (
     PRIMARY KEY (FILE_ID, NO_),
     FOREIGN KEY (FILE_ID) REFERENCES APE (FILE_ID)
 ) ENGINE = InnoDB DEFAULT CHARACTER SET utf8mb4 COLLATE utf8mb4_nopad_bin;
+
+-- With --all-formats: each value of each tag of a file under the name that
+-- TagLib gives it, numbered from 1 in the file's order (the best tag first),
+-- with the kind of tag it came from; a key longer than 200 characters is
+-- stored as its first 200. The view TRACK gives one row per stored file: its
+-- path, format and play time, and of each common key the value of the file's
+-- first row with that key (NULL when there is none). The program makes what
+-- follows this comment only in a run with that option, also in a catalogue
+-- that holds the seven tables above.
+
+CREATE TABLE TAG_PROPERTY (
+    FILE_ID     BIGINT          NOT NULL,
+    NO_         INTEGER         NOT NULL,
+    SOURCE_     LONGTEXT        NOT NULL,
+    KEY_        VARCHAR(200)    NOT NULL,
+    VALUE_      LONGTEXT        NOT NULL,
+    PRIMARY KEY (FILE_ID, NO_),
+    INDEX TAG_PROPERTY_KEY (FILE_ID, KEY_),
+    FOREIGN KEY (FILE_ID) REFERENCES STOR_FILE (FILE_ID)
+) ENGINE = InnoDB DEFAULT CHARACTER SET utf8mb4 COLLATE utf8mb4_nopad_bin;
+
+CREATE VIEW TRACK AS
+SELECT f.FILE_ID AS FILE_ID, CONCAT(d.PATH, f.NAME) AS PATH, f.MEDI_FM AS FORMAT, f.MEDI_DU AS DURATION,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'TITLE' ORDER BY p.NO_ LIMIT 1) AS TITLE,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ARTIST' ORDER BY p.NO_ LIMIT 1) AS ARTIST,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ALBUMARTIST' ORDER BY p.NO_ LIMIT 1) AS ALBUMARTIST,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ALBUM' ORDER BY p.NO_ LIMIT 1) AS ALBUM,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'TRACKNUMBER' ORDER BY p.NO_ LIMIT 1) AS TRACKNUMBER,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'DISCNUMBER' ORDER BY p.NO_ LIMIT 1) AS DISCNUMBER,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'DATE' ORDER BY p.NO_ LIMIT 1) AS DATE_,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'GENRE' ORDER BY p.NO_ LIMIT 1) AS GENRE,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'COMPOSER' ORDER BY p.NO_ LIMIT 1) AS COMPOSER
+FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID;

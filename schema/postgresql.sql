@@ -1,4 +1,4 @@
--- The catalogue's seven tables for PostgreSQL.
+-- The catalogue's seven tables for PostgreSQL, then what --all-formats adds.
 -- psql -d music -f schema/postgresql.sql
 -- Unsigned 32-bit values are BIGINT, unsigned 64-bit values NUMERIC(20);
 -- times are local wall-clock times without time zone.
@@ -85,3 +85,35 @@ CREATE TABLE APE_ITEM (
     VALUE_      TEXT,
     PRIMARY KEY (FILE_ID, NO_)
 );
+
+-- With --all-formats: each value of each tag of a file under the name that
+-- TagLib gives it, numbered from 1 in the file's order (the best tag first),
+-- with the kind of tag it came from; a key longer than 200 characters is
+-- stored as its first 200. The view TRACK gives one row per stored file: its
+-- path, format and play time, and of each common key the value of the file's
+-- first row with that key (NULL when there is none). The program makes what
+-- follows this comment only in a run with that option, also in a catalogue
+-- that holds the seven tables above.
+
+CREATE TABLE TAG_PROPERTY (
+    FILE_ID     BIGINT       NOT NULL REFERENCES STOR_FILE (FILE_ID),
+    NO_         INTEGER      NOT NULL,
+    SOURCE_     TEXT         NOT NULL,
+    KEY_        VARCHAR(200) NOT NULL,
+    VALUE_      TEXT         NOT NULL,
+    PRIMARY KEY (FILE_ID, NO_)
+);
+CREATE INDEX TAG_PROPERTY_KEY ON TAG_PROPERTY (FILE_ID, KEY_);
+
+CREATE VIEW TRACK AS
+SELECT f.FILE_ID AS FILE_ID, d.PATH || f.NAME AS PATH, f.MEDI_FM AS FORMAT, f.MEDI_DU AS DURATION,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'TITLE' ORDER BY p.NO_ LIMIT 1) AS TITLE,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ARTIST' ORDER BY p.NO_ LIMIT 1) AS ARTIST,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ALBUMARTIST' ORDER BY p.NO_ LIMIT 1) AS ALBUMARTIST,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'ALBUM' ORDER BY p.NO_ LIMIT 1) AS ALBUM,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'TRACKNUMBER' ORDER BY p.NO_ LIMIT 1) AS TRACKNUMBER,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'DISCNUMBER' ORDER BY p.NO_ LIMIT 1) AS DISCNUMBER,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'DATE' ORDER BY p.NO_ LIMIT 1) AS DATE_,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'GENRE' ORDER BY p.NO_ LIMIT 1) AS GENRE,
+    (SELECT p.VALUE_ FROM TAG_PROPERTY p WHERE p.FILE_ID = f.FILE_ID AND p.KEY_ = 'COMPOSER' ORDER BY p.NO_ LIMIT 1) AS COMPOSER
+FROM STOR_FILE f JOIN STOR_DIR d ON d.DIR_ID = f.DIR_ID;

@@ -1,6 +1,7 @@
 // Storing: every table of every engine holds what the report shows; ids,
 // --dry-run, a file that fails in the middle of its rows, runs at once, and
 // the databases and drivers that cannot be used.
+#define ZEL_SOURCE "tests/e2e/StoringTest"
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,7 +10,12 @@
 #include <map>
 #include <memory>
 
+#include "media/Catalogue.h"
+#include "media/FileInfo.h"
+#include "media/FileReport.h"
+#include "media/RecordRows.h"
 #include "support/Catalogue.h"
+#include "zel/Writer.h"
 
 using namespace testsupport;
 using namespace std::string_literals;
@@ -281,6 +287,126 @@ TEST_P(Storing, ScaledFourRunsAtOnceStoreEveryFileOnce)
     for (auto& update : updates) EXPECT_FALSE(has(update->finish(600).err, "Exception"));
     for (const char* table : {"STOR_FILE", "ID3V1", "ID3V2", "ID3V2_FRAME", "APE", "APE_ITEM"})
         EXPECT_EQ(shared.count(table), std::to_string(4 * files)) << table;
+}
+
+const std::string kTrack = "SELECT FILE_ID, PATH, FORMAT, DURATION, TITLE, ARTIST, ALBUMARTIST, ALBUM, TRACKNUMBER, DISCNUMBER, DATE_, "
+                           "GENRE, COMPOSER FROM TRACK ORDER BY FILE_ID";
+
+struct Text : ZELd::Writer {
+    void write(const wchar_t* s, size_t n) override { text.append(s, n); }
+    void flush() override {}
+    std::wstring text;
+};
+
+// Records stored as a run stores them (its catalogue, rows and verbose
+// report), in this process, with the properties that a test gives them.
+struct RecordStore {
+    RecordStore(const std::string& database, bool allFormats)
+    {
+        catalogue.connect(ZELd::fromNativePath(database.c_str()), false);
+        catalogue.prepareTables(false, allFormats);
+    }
+    // fail: the file's transaction fails after its rows.
+    void store(const ZELd::String& dir, const ZELd::String& name, const ZELd::TagProperties& properties, bool fail = false)
+    {
+        ZELd::FileInfo info(dir, name);
+        info.media.format = L"FLAC";
+        info.media.duration = 7;
+        info.properties = properties;
+        catalogue.inTransaction([&] {
+            ZELd::insertRecord(catalogue, info, report);
+            if (fail) throw ZEL_NEW ZELd::IOException(name, L"Refused");
+        });
+    }
+    Text out, err;
+    ZELd::Catalogue catalogue{err, out};
+    ZELd::FileReport report{out, err, true};
+};
+
+// With --all-formats a file's properties are its TAG_PROPERTY rows, numbered
+// in their order, keys cut to 200 characters, values whole, in the file's one
+// transaction; TRACK gives each file its path, format, play time and the
+// first value of each key, NULL where none. A run without the option stores
+// none, but deletes them with their file.
+TEST_P(Storing, PropertiesAndTheTrackViewHoldWhatWasStored)
+{
+    const std::string key(250, 'K');
+    ZELd::TagProperties properties;
+    std::vector<Row> rows; // a value is its key and number
+    for (const char* k : {"TITLE", "ARTIST", "ARTIST", "ALBUMARTIST", "ALBUM", "TRACKNUMBER", "DISCNUMBER", "DATE", "GENRE", "COMPOSER"}) {
+        rows.push_back({"10001", std::to_string(rows.size() + 1), "Xiph", k, k + ("-" + std::to_string(rows.size() + 1))});
+        properties.push_back({L"Xiph", ZELd::fromNativePath(k), ZELd::fromNativePath(rows.back()[4].c_str())});
+    }
+    properties.push_back({L"APE", ZELd::fromNativePath(key.c_str()), ZELd::fromNativePath(song.c_str())});
+    rows.push_back({"10001", "11", "APE", key.substr(0, 200), song});
+    RecordStore allFormats(database, true), plain(database, false);
+    const ZELd::String dir = ZELd::fromNativePath((top + "/").c_str());
+    allFormats.store(dir, L"t1.flac", properties);
+    allFormats.store(dir, L"t2.flac", properties, true);
+    allFormats.store(dir, L"t3.flac", {});
+    plain.store(dir, L"t4.flac", properties);
+    EXPECT_EQ(catalogue.rows("SELECT FILE_ID, NO_, SOURCE_, KEY_, VALUE_ FROM TAG_PROPERTY ORDER BY FILE_ID, NO_"), rows);
+    std::vector<Row> tracks = {{"10001", top + "/t1.flac", "FLAC", "7", "TITLE-1", "ARTIST-2", "ALBUMARTIST-4", "ALBUM-5", "TRACKNUMBER-6",
+                                "DISCNUMBER-7", "DATE-8", "GENRE-9", "COMPOSER-10"},
+                               {"10003", top + "/t3.flac", "FLAC", "7"},
+                               {"10004", top + "/t4.flac", "FLAC", "7"}};
+    for (Row& track : tracks) track.resize(13, kNull);
+    EXPECT_EQ(catalogue.rows(kTrack), tracks);
+    EXPECT_TRUE(has(ZELd::toUtf8(allFormats.out.text), "    INSERT STOR_FILE [10001][t1.flac]\n    INSERT TAG_PROPERTY[11]\n"));
+    plain.catalogue.inTransaction([&] { plain.catalogue.deleteRecords({{10001, 1001}}); });
+    EXPECT_EQ(catalogue.rows("SELECT COUNT(*), MIN(FILE_ID) FROM TRACK"), (std::vector<Row>{{"2", "10003"}}));
+    EXPECT_EQ(catalogue.count("TAG_PROPERTY"), "0");
+}
+
+// A catalogue of the seven tables gets TAG_PROPERTY and TRACK from the first
+// run with --all-formats (a dry run says so), never from a run without it; the
+// first such update reads every stored file again, replacing its one record,
+// and the next one reads none.
+TEST_P(Storing, AllFormatsAddsItsTablesToSevenAndAnUpdateReadsEveryFileOnce)
+{
+    const Catalogue seven(GetParam(), Catalogue::SevenTables);
+    database = seven.database();
+    const std::string changed = "\nUpdate: new[0] changed[5] unchanged[0] removed[0]\n",
+                      unchanged = "\nUpdate: new[0] changed[0] unchanged[5] removed[0]\n";
+    const std::pair<std::vector<std::string>, std::vector<std::string>> runs[] = {
+        {{}, {}},
+        {{"--update", "--all-formats", "--dry-run"}, {"\nThe catalogue has no TAG_PROPERTY: a run without --dry-run makes it.\n", changed}},
+        {{"--update"}, {unchanged}},
+        {{"--update", "--all-formats"}, {"\nTables made. [", changed}}, // the one that makes them
+        {{"--update", "--all-formats"}, {unchanged}},
+    };
+    const auto* const making = &runs[3];
+    for (const auto& run : runs) {
+        if (&run <= making) {
+            EXPECT_THROW(seven.count("TRACK"), std::runtime_error) << "made before run " << &run - runs;
+        }
+        const Result r = store(run.first);
+        for (const std::string& line : run.second) EXPECT_TRUE(has(r.out, line)) << r.out;
+        EXPECT_EQ(occurrences(r.out, "\nTables made. ["), &run == making ? 1u : 0u) << r.out;
+    }
+    EXPECT_EQ(seven.count("TRACK"), "5");
+}
+
+// Four runs with --all-formats started together on an empty catalogue, and on
+// one of the seven tables: one of them makes what is missing, and every run
+// stores every file.
+TEST_P(Storing, RunsAtOnceWithAllFormatsMakeItsTablesOnce)
+{
+    for (const Catalogue::Start start : {Catalogue::Empty, Catalogue::SevenTables}) {
+        const Catalogue shared(GetParam(), start);
+        std::vector<std::unique_ptr<Program>> runs;
+        for (int k = 0; k < 4; ++k)
+            runs.push_back(std::make_unique<Program>(
+                std::vector<std::string>{SONARCAT_BINARY, "--all-formats", "--database=" + shared.database(), top}));
+        size_t made = 0;
+        for (auto& run : runs) {
+            const Result r = run->finish(600);
+            EXPECT_EQ(occurrences(r.err, "Exception: "), 1u) << r.err; // the FIFO's
+            made += occurrences(r.out, "\nTables made. [");
+        }
+        EXPECT_EQ(made, 1u) << "start " << start;
+        EXPECT_EQ(shared.count("TRACK"), "20") << "start " << start;
+    }
 }
 
 // An update removes the record of a file that is gone only where the walk
