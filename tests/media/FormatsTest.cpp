@@ -30,7 +30,7 @@
 #include "media/ProbeHelper.h"
 #include "media/ProbeResult.h"
 #include "media/TagLibProperties.h"
-#include "support/Files.h"
+#include "support/FormatSamples.h"
 #include "zel/FileName.h"
 #include "zel/Utf8.h"
 
@@ -40,7 +40,7 @@ using namespace ZELd;
 
 namespace {
 
-using Row = std::tuple<std::string, std::string, std::string>; // source, key, value, in UTF-8
+using Row = testsupport::PropertyRow;
 
 std::vector<Row> rowsOf(const TagProperties& properties)
 {
@@ -49,45 +49,9 @@ std::vector<Row> rowsOf(const TagProperties& properties)
     return rows;
 }
 
-// expected.tsv: a sample's properties in order; "\n" and "\\" in a value stand for a line break and a backslash.
-const std::map<std::string, std::vector<Row>>& expected()
-{
-    static const auto table = [] {
-        std::map<std::string, std::vector<Row>> rows;
-        std::istringstream lines(testsupport::readFile(testsupport::dataFile("formats/expected.tsv")));
-        for (std::string line; std::getline(lines, line);) {
-            if (line.empty() || line[0] == '#') continue;
-            std::vector<std::string> f(1);
-            for (size_t i = 0; i < line.size(); ++i) {
-                if (line[i] == '\t') f.emplace_back();
-                else if (line[i] == '\\' && i + 1 < line.size()) f.back() += line[++i] == 'n' ? '\n' : line[i];
-                else f.back() += line[i];
-            }
-            if (f.size() == 4) rows[f[0]].emplace_back(f[1], f[2], f[3]);
-            else ADD_FAILURE() << "expected.tsv: " << line;
-        }
-        return rows;
-    }();
-    return table;
-}
-
-const std::vector<Row>& expectedOf(const std::string& sample)
-{
-    static const std::vector<Row> none;
-    const auto found = expected().find(sample);
-    return found == expected().end() ? none : found->second;
-}
-
-// Every file of data/formats/ but the script, its notes and the table.
-std::vector<std::string> sampleNames()
-{
-    std::vector<std::string> names;
-    for (const auto& e : std::filesystem::directory_iterator(testsupport::dataFile("formats")))
-        if (e.path().extension() != ".sh" && e.path().extension() != ".md" && e.path().extension() != ".tsv")
-            names.push_back(e.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
+using testsupport::expectedProperties;
+const auto& expectedOf = testsupport::expectedPropertiesOf;
+const auto& sampleNames = testsupport::formatSampleNames;
 
 // Probes the files one after the other in one helper process of the program's, which
 // is asked for TagLib's properties as the walk asks: the results, and how it ended.
@@ -158,8 +122,8 @@ INSTANTIATE_TEST_SUITE_P(Samples, Formats, ::testing::ValuesIn(sampleNames()), [
 TEST(FormatsTable, NamesSamplesAndLeavesOneUntagged)
 {
     const std::vector<std::string> names = sampleNames();
-    for (const auto& [name, rows] : expected()) EXPECT_TRUE(std::count(names.begin(), names.end(), name)) << name;
-    EXPECT_EQ(std::count_if(names.begin(), names.end(), [](const std::string& n) { return !expected().count(n); }), 1);
+    for (const auto& [name, rows] : expectedProperties()) EXPECT_TRUE(std::count(names.begin(), names.end(), name)) << name;
+    EXPECT_EQ(std::count_if(names.begin(), names.end(), [](const std::string& n) { return !expectedProperties().count(n); }), 1);
 }
 
 TEST(FormatsInAHelper, IntactCopiesGiveTheirTagsAndDamagedOnesPropertiesOrAFailure)
