@@ -128,6 +128,14 @@ void add(const wchar_t* source, T* tag, TagProperties& out)
     if (tag) add(source, tag->properties(), out);
 }
 
+// WavPack, Musepack and Monkey's Audio: an APE tag, and an ID3v1 tag after it.
+template <class F>
+void addAPEThenID3v1(F* file, TagProperties& out)
+{
+    if (file->hasAPETag()) add(L"APE", file->APETag(), out);
+    if (file->hasID3v1Tag()) add(L"ID3v1", static_cast<TagLib::Tag*>(file->ID3v1Tag()), out);
+}
+
 // The tags of the file, the best first, as each format holds them.
 void collect(TagLib::File* file, TagProperties& out)
 {
@@ -147,14 +155,11 @@ void collect(TagLib::File* file, TagProperties& out)
     } else if (auto* f = dynamic_cast<T::ASF::File*>(file)) {
         add(L"ASF", f->tag(), out);
     } else if (auto* f = dynamic_cast<T::WavPack::File*>(file)) {
-        if (f->hasAPETag()) add(L"APE", f->APETag(), out);
-        if (f->hasID3v1Tag()) add(L"ID3v1", static_cast<T::Tag*>(f->ID3v1Tag()), out);
+        addAPEThenID3v1(f, out);
     } else if (auto* f = dynamic_cast<T::MPC::File*>(file)) {
-        if (f->hasAPETag()) add(L"APE", f->APETag(), out);
-        if (f->hasID3v1Tag()) add(L"ID3v1", static_cast<T::Tag*>(f->ID3v1Tag()), out);
+        addAPEThenID3v1(f, out);
     } else if (auto* f = dynamic_cast<T::APE::File*>(file)) {
-        if (f->hasAPETag()) add(L"APE", f->APETag(), out);
-        if (f->hasID3v1Tag()) add(L"ID3v1", static_cast<T::Tag*>(f->ID3v1Tag()), out);
+        addAPEThenID3v1(f, out);
     } else if (auto* f = dynamic_cast<T::TrueAudio::File*>(file)) {
         if (f->hasID3v2Tag()) add(L"ID3v2", f->ID3v2Tag(), out);
         if (f->hasID3v1Tag()) add(L"ID3v1", static_cast<T::Tag*>(f->ID3v1Tag()), out);
