@@ -21,7 +21,8 @@ auto fieldsOf(const ProbeResult& r)
 {
     return std::tuple(r.seen.size, r.seen.modification, r.seen.known, r.facts.inform.str(), r.facts.format.str(), r.facts.width,
                       r.facts.height, r.facts.duration, r.failed, r.reason.str(), r.systemError, r.traces, r.hasTagBytes, r.tagBytes.size,
-                      r.tagBytes.modification, r.tagBytes.head, r.tagBytes.tailAt, r.tagBytes.tail, r.properties, r.propertiesFailure.str());
+                      r.tagBytes.modification, r.tagBytes.head, r.tagBytes.tailAt, r.tagBytes.tail, r.properties,
+                      r.propertiesFailure.str());
 }
 
 // Where the fields of a message lie: its length, its flags, and the count of its first text.
