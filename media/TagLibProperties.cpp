@@ -110,14 +110,19 @@ String textOf(const TagLib::String& s)
     return String(std::move(text));
 }
 
-// One tag's values, in the order of its PropertyMap (by key); empty ones left out.
+// One tag's values, in the order of its PropertyMap (by key); empty ones,
+// and those of a key that is empty as stored (a TXXX frame without a
+// description, a key that begins with a NUL), left out.
 void add(const wchar_t* source, const TagLib::PropertyMap& map, TagProperties& out)
 {
-    for (const auto& [key, values] : map)
+    for (const auto& [key, values] : map) {
+        const String name = textOf(key);
+        if (name.isEmpty()) continue;
         for (const TagLib::String& value : values) {
             String text = textOf(value);
-            if (!text.isEmpty()) out.push_back({source, textOf(key), std::move(text)});
+            if (!text.isEmpty()) out.push_back({source, name, std::move(text)});
         }
+    }
 }
 
 // Each tag's own properties (PropertyMap properties() is no virtual member
