@@ -58,15 +58,23 @@ size_t APEv2Item::read(const char* begin, const char* end)
             value_ = TagCharset::decode(p, n); // Latin-1, or the run's character set
         }
         value_ = value_.trim();
-        for (size_t at = n + 1; at < size_;) {
-            const size_t length = ByteString::length(p + at, size_ - at);
-            if (String later = textValue(p + at, length); !later.isEmpty()) laterValues_.push_back(later);
-            at += length + 1;
-        }
+        if (n + 1 < size_) laterBytes_.assign(p + n + 1, size_ - n - 1);
     } else if (type == 1) {
         value_ = String::tryString(p, n, kAll);
     }
     return used;
+}
+
+std::vector<String> APEv2Item::laterValues() const
+{
+    std::vector<String> values;
+    const char* p = laterBytes_.data();
+    for (size_t at = 0; at < laterBytes_.length();) {
+        const size_t length = ByteString::length(p + at, laterBytes_.length() - at);
+        if (String later = textValue(p + at, length); !later.isEmpty()) values.push_back(later);
+        at += length + 1;
+    }
+    return values;
 }
 
 String APEv2Item::toString() const

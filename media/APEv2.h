@@ -7,6 +7,7 @@
 
 #include "media/APEHeader.h"
 #include "zel/Array.h"
+#include "zel/ByteString.h"
 #include "zel/File.h"
 #include "zel/Object.h"
 #include "zel/String.h"
@@ -27,7 +28,8 @@ public:
     const String& value() const { return value_; }
     // The values of a text item after value(), which a zero byte ends: each
     // read as value() is, the empty ones left out.
-    const std::vector<String>& laterValues() const { return laterValues_; }
+    // They are read from the bytes kept for them, no more memory than the item.
+    std::vector<String> laterValues() const;
 
     String toString() const override;
     const std::type_info& typeInfo() const override { return typeid(APEv2Item); }
@@ -37,7 +39,7 @@ private:
     int32_t flags_ = 0;
     String key_;
     String value_;
-    std::vector<String> laterValues_;
+    ByteString laterBytes_; // a text item's bytes after its value's zero byte
 };
 
 class APEv2 : public Object {

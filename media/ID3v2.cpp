@@ -230,7 +230,13 @@ private:
     void byte(signed char& out);
     void latin1(String& out);
     void encoded(String& out);
-    void encodedRest(std::vector<String>& out);
+    void encodedRest(ByteString& out);
+
+public:
+    // The strings that remain, in the frame's encoding, the empty ones left out.
+    std::vector<String> values();
+
+private:
     void language(String& out);
     void imageFormat(String& out);
     void dataLength();
@@ -257,7 +263,7 @@ void ID3v2Frame::BodyReader::take(FramePart part)
     case FramePart::EncodedToText: encoded(frame_.text_); break;
     case FramePart::RestToBinary: rest(frame_.binary_); break;
     case FramePart::IdentifierToBinaryAndText: identifier(frame_.binary_, frame_.text_); break;
-    case FramePart::EncodedRestToValues: encodedRest(frame_.laterValues_); break;
+    case FramePart::EncodedRestToValues: encodedRest(frame_.laterBytes_); break;
     case FramePart::End: break;
     }
 }
@@ -286,13 +292,24 @@ void ID3v2Frame::BodyReader::encoded(String& out)
     pos_ += __skip_length__(encoding, n);
 }
 
-void ID3v2Frame::BodyReader::encodedRest(std::vector<String>& out)
+void ID3v2Frame::BodyReader::encodedRest(ByteString& out)
 {
+    if (!more()) return;
+    std::string bytes(1, static_cast<char>(frame_.encoding_));
+    bytes.append(here(), remaining());
+    out.assign(bytes.data(), bytes.size());
+    pos_ = limit_;
+}
+
+std::vector<String> ID3v2Frame::BodyReader::values()
+{
+    std::vector<String> out;
     while (more()) {
         String value;
         encoded(value);
         if (!value.isEmpty()) out.push_back(value);
     }
+    return out;
 }
 
 // Taken only with a byte after it: a code that ends the body is read as the
@@ -362,9 +379,10 @@ std::vector<String> ID3v2Frame::textValues(const ByteString& body) const
     ID3v2Frame scratch(owner_);
     BodyReader reader(scratch, body.data(), body.length());
     reader.take(FramePart::EncodingByte);
-    reader.take(FramePart::EncodedRestToValues);
-    return scratch.laterValues_;
+    return reader.values();
 }
+
+std::vector<String> ID3v2Frame::laterValues() const { return laterBytes_.isEmpty() ? std::vector<String>() : textValues(laterBytes_); }
 
 String ID3v2Frame::toString() const
 {

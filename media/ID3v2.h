@@ -41,8 +41,9 @@ public:
     const String& description() const { return description_; }
     const String& text() const { return text_; }
     const ByteString& binary() const { return binary_; }
-    // The values of a text frame after text(), in their order.
-    const std::vector<String>& laterValues() const { return laterValues_; }
+    // The values of a text frame after text(), in their order (read from the
+    // bytes kept for them, which take no more memory than the frame).
+    std::vector<String> laterValues() const;
 
     // The values of bytes laid out as a text frame's body (an encoding byte,
     // then strings), read as laterValues() are: for frames kept whole in
@@ -68,7 +69,7 @@ private:
     String description_;
     String text_;
     ByteString binary_;
-    std::vector<String> laterValues_;
+    ByteString laterBytes_; // the encoding byte, then the bytes after text()'s
 };
 
 class ID3v2 : public Object {

@@ -115,7 +115,8 @@ std::vector<String> textOf(const ID3v2Frame& frame)
 {
     std::vector<String> values;
     if (!frame.text().isEmpty()) values.push_back(frame.text());
-    values.insert(values.end(), frame.laterValues().begin(), frame.laterValues().end());
+    const std::vector<String> later = frame.laterValues();
+    values.insert(values.end(), later.begin(), later.end());
     return values;
 }
 

@@ -214,6 +214,7 @@ size_t ProbeResult::decode(const char* p, size_t n, ProbeResult& out)
         } else {
             fields.breakOff();
         }
+        if (r.properties.empty() && r.propertiesFailure.isEmpty()) fields.breakOff(); // the flag stands for one or the other
     }
     if (!fields.whole() || (flags & ~(kKnown | kFailed | kHasTagBytes | kHasProperties)) != 0)
         throw ZEL_NEW IOException(L"MediaInfo helper", L"Reply Garbled");
