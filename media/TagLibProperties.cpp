@@ -202,8 +202,12 @@ bool TagLibProperties::readsName(const String& name)
 
 TagProperties TagLibProperties::read(int fd, const String& path)
 {
-    static Silence silence;
-    TagLib::setDebugListener(&silence);
+    static const bool silenced = [] {
+        static Silence silence;
+        TagLib::setDebugListener(&silence);
+        return true;
+    }();
+    (void)silenced;
     DescriptorStream stream(fd, nativePath(path));
     TagProperties properties;
     bool valid = false;
